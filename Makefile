@@ -1,0 +1,44 @@
+# Thin driver over CMake.  make: ./quillon; make run; make test; make bench.
+EXE ?= quillon
+BUILD ?= build
+ASAN_BUILD ?= build-asan
+JOBS ?= $(shell nproc 2>/dev/null || echo 2)
+CTEST_FLAGS ?= --output-on-failure -j $(JOBS) -LE slow
+
+.PHONY: all run test bench slow-test deps configure format clean $(EXE)
+
+all: $(EXE)
+
+deps:
+	@sh scripts/check_deps.sh
+
+configure: deps
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release >/dev/null
+
+$(EXE): configure
+	@cmake --build $(BUILD) -j $(JOBS)
+	@if [ "$(abspath $(EXE))" != "$(abspath $(BUILD)/quillon)" ]; then cp $(BUILD)/quillon $(EXE); fi
+
+run: $(EXE)
+	./$(EXE)
+
+# Every test twice: the release build, then an AddressSanitizer +
+# UndefinedBehaviorSanitizer build of the same sources.
+test: $(EXE)
+	cd $(BUILD) && ctest $(CTEST_FLAGS)
+	@cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLON_SANITIZE=address,undefined >/dev/null
+	@cmake --build $(ASAN_BUILD) -j $(JOBS)
+	cd $(ASAN_BUILD) && ctest $(CTEST_FLAGS)
+
+# Deep perft and other long checks, left out of make test.
+slow-test: $(EXE)
+	cd $(BUILD) && ctest --output-on-failure -j $(JOBS) -L slow
+
+bench: $(EXE)
+	@sh scripts/bench.sh $(BUILD)
+
+format:
+	clang-format -i $$(find Source tests bench -name '*.cpp' -o -name '*.h')
+
+clean:
+	rm -rf $(BUILD) $(ASAN_BUILD) quillon

@@ -1,0 +1,173 @@
+// The position core: squares, pieces, moves, the board record and the
+// attack tables every other part of the engine reads.
+#pragma once
+
+#include <cstdint>
+
+#include "bits.h"
+
+using u8 = uint8_t;
+using i8 = int8_t;
+using u16 = uint16_t;
+using i16 = int16_t;
+using u32 = uint32_t;
+using i32 = int32_t;
+using u64 = uint64_t;
+using f32 = float;
+
+// Squares run a1 = 0 .. h8 = 63; 64 means "no square" and indexes an
+// always-empty slot in every square table, so it never needs a test.
+constexpr int NO_SQUARE = 64;
+constexpr int WHITE = 0;
+constexpr int BLACK = 1;
+
+constexpr int PAWN = 1;
+constexpr int KNIGHT = 2;
+constexpr int BISHOP = 3;
+constexpr int ROOK = 4;
+constexpr int QUEEN = 5;
+constexpr int KING = 6;
+
+constexpr int file_of(int sq) { return sq & 7; }
+constexpr int rank_of(int sq) { return sq >> 3; }
+constexpr u64 bit(int sq) { return 1ULL << sq; }
+constexpr int piece_type(int code) { return code & 7; }
+constexpr int piece_colour(int code) { return (code >> 3) & 1; }
+constexpr int make_piece(int type, int colour) { return type + 8 * colour; }
+
+constexpr i8 PAWN_DIRECTION[2] = {8, -8};
+
+// Non-pawn material in points, and the nibble counters of material_sig.
+constexpr i16 PIECE_POINTS[8] = {0, 0, 3, 3, 5, 10, 0, 0};
+constexpr u32 MATERIAL_SIG_STEP[8] = {0, 1, 16, 256, 4096, 65536, 0, 0};
+
+// A move: to in bits 0-5, from in bits 8-13, four flag bits.  A flagged
+// king move castles, a flagged pawn move promotes.
+using Move = u16;
+constexpr Move NO_MOVE = 0;
+constexpr Move END_OF_LIST = 0xFFFF;
+constexpr u16 FLAG_SHORT = 0x0040;  // castling short, or promotion to queen
+constexpr u16 FLAG_LONG = 0x0080;   // castling long, or promotion to knight
+constexpr u16 FLAG_QUEEN = 0x0040;
+constexpr u16 FLAG_KNIGHT = 0x0080;
+constexpr u16 FLAG_BISHOP = 0x4000;
+constexpr u16 FLAG_ROOK = 0x8000;
+constexpr u16 FLAG_MASK = 0xC0C0;
+
+constexpr int move_to(Move m) { return m & 63; }
+constexpr int move_from(Move m) { return (m >> 8) & 63; }
+constexpr Move make_move_code(int from, int to, u16 flags = 0) {
+    return static_cast<Move>((from << 8) | to | flags);
+}
+
+struct MoveEntry {
+    u16 move;
+    i16 score;    // ordering score, the picker's business
+    u8 moved;     // piece code on the from square
+    u8 captured;  // piece code on the to square; 0 for en passant
+};
+static_assert(sizeof(MoveEntry) == 6);
+
+struct Worker;
+
+// Castling right index: 0 white short, 1 white long, 2 black short,
+// 3 black long; the bit value in castle_rights is 1 << index.
+struct Position {
+    Worker *worker;
+    u8 board[65];  // entry 64 stays 0
+    u64 bitboards[2][8];
+    u64 touched;
+    u64 castle_mask[4];
+    u64 castle_path[4];
+    u64 key;
+    u64 pawn_key;
+    u32 material_sig[2];
+    i16 piece_points[2];
+    u8 castle_rook[4];
+    u8 king_sq[2];
+    u8 side;
+    u8 ep_sq;
+    u8 castle_rights;
+    u8 cnt50;
+};
+
+inline u64 occupied_squares(const Position &pos) {
+    return pos.bitboards[0][0] | pos.bitboards[1][0];
+}
+
+// One undo record; the stack of them sits at the head of the Worker.
+struct StateRecord {
+    u64 key;
+    u64 pawn_key;
+    u16 move;
+    u8 captured_type;
+    u8 ep_sq;
+    u64 touched;
+    u8 cnt50;
+    u8 castle_rights;
+};
+
+constexpr int STATE_STACK_SIZE = 900;
+
+// Attack tables, filled once by init_attack_tables.  Every square-indexed
+// table has a 65th entry for NO_SQUARE, kept 0, so that a board without a
+// king can be probed without reading past a table.
+extern u64 pawn_attacks[2][65];
+extern u64 knight_attacks[65];
+extern u64 king_attacks[65];
+extern u64 side_squares[65];
+extern u64 ray_north[65], ray_south[65], ray_east[65], ray_west[65];
+extern u64 ray_north_east[65], ray_north_west[65];
+extern u64 ray_south_east[65], ray_south_west[65];
+extern u64 bishop_rays[65];
+extern u64 rook_rays[65];
+extern u64 between[65][65];
+
+void init_attack_tables();
+
+// Ray-difference slider attacks: beyond the first blocker of each ray the
+// blocker's own ray is cut away; squares 63 and 0 serve as sentinels since
+// the rays that could run from them are empty.
+inline u64 bishop_attacks(int sq, u64 occupied) {
+    int nw = first_bit((ray_north_west[sq] & occupied) | (1ULL << 63));
+    int ne = first_bit((ray_north_east[sq] & occupied) | (1ULL << 63));
+    int sw = last_bit(ray_south_west[sq] & occupied);
+    int se = last_bit(ray_south_east[sq] & occupied);
+    return bishop_rays[sq] ^ ray_north_west[nw] ^ ray_north_east[ne] ^
+           ray_south_west[sw] ^ ray_south_east[se];
+}
+
+inline u64 rook_attacks(int sq, u64 occupied) {
+    int n = first_bit((ray_north[sq] & occupied) | (1ULL << 63));
+    int e = first_bit((ray_east[sq] & occupied) | (1ULL << 63));
+    int s = last_bit(ray_south[sq] & occupied);
+    int w = last_bit(ray_west[sq] & occupied);
+    return rook_rays[sq] ^ ray_north[n] ^ ray_east[e] ^ ray_south[s] ^
+           ray_west[w];
+}
+
+int square_attacked(const Position &pos, int sq, int by_colour);
+
+// Move generation (pseudo-legal); each returns the end of what it wrote.
+MoveEntry *generate_captures(const Position &pos, int side, MoveEntry *list,
+                             int target);
+MoveEntry *generate_promotions(const Position &pos, int side,
+                               int with_underpromotions, MoveEntry *list);
+MoveEntry *generate_seventh_pushes(const Position &pos, int side,
+                                   MoveEntry *list);
+MoveEntry *generate_quiets(const Position &pos, int side, MoveEntry *list,
+                           int target);
+void generate_all(Position &pos);
+int legal_move(Position &pos, int side, Move move);
+
+// Making and unmaking moves, hash keys, castling set-up.
+extern u64 hash_keys[1024];
+constexpr u64 SIDE_BIT[2] = {0, 0x100000000ULL};
+
+void init_hash_keys();
+void compute_keys(Position &pos);
+void make_move(Position &pos, Move move);
+void unmake_move(Position &pos);
+void make_null_move(Position &pos);
+void unmake_null_move(Position &pos);
+void set_castling(Position &pos, const char *text);

@@ -1,0 +1,90 @@
+// The search's records: the per-thread Worker with its per-ply records, and
+// the entry points of the search that the front end calls.
+#pragma once
+
+#include "../frontend/spinlock.h"
+#include "../position/position.h"
+
+constexpr int MAX_THREADS = 160;
+constexpr int PLY_RECORDS = 82;  // index 0 above the root, 81 only cleared
+constexpr int PV_LENGTH = 81;
+
+// Every list of a ply fits in 448 entries: a side has at most 16 men (the
+// board reader keeps it so), and 15 queens and a king reach no further.
+constexpr int MAX_LIST_LENGTH = 448;
+constexpr int MOVE_POOL_SIZE = PLY_RECORDS * MAX_LIST_LENGTH + 4;
+
+struct PlyRecord {
+    i16 node_type;  // 0 PV, 1 expected cut, -1 expected all
+    u16 in_probe;
+    i16 depth;
+    i16 static_eval;
+    i16 alpha;
+    i16 beta;
+    u16 in_check;
+    u8 reduction;
+    u16 move_flags;
+    u16 razored;
+    i16 move_count;
+    u16 improving;
+    i32 tb_result;
+    u16 hash_move;
+    u16 killer[2];
+    u16 evasion_killer;
+    u8 checker_sq;
+    u16 pick_state;
+    MoveEntry *list_start;
+    MoveEntry *current;
+};
+
+// All a search thread touches in the tree, in one zeroed block.
+struct Worker {
+    StateRecord states[STATE_STACK_SIZE];
+    PlyRecord plies[PLY_RECORDS];
+    MoveEntry move_pool[MOVE_POOL_SIZE];
+    i16 history[16][64];
+    u16 counter_move[16][64];
+    u16 counter_move2[16][64];
+    u16 followup_move[16][64];
+    Position position;
+    u16 pv[PV_LENGTH];
+    i16 hist_index;
+    i16 ply;
+    u16 last_move;
+    u8 thread_id;
+    i8 iter_depth;
+    u8 fail_state;
+    i8 best_depth;
+    i8 seldepth;
+    u32 rng_seed;
+    i16 best_score;
+    i16 root_eval;
+    u64 node_limit;
+    u64 node_count;
+    u64 tb_hit_count;
+    u64 eval_count;
+    u64 eval_hit_count;
+    u64 hash_probe_count;
+    u64 hash_hit_count;
+    u64 pawn_probe_count;
+    u64 pawn_hit_count;
+};
+
+extern Worker *workers[MAX_THREADS];
+extern Worker *front_worker;
+// Guards the standard library's rand() shared by the threads.
+extern SpinLock random_lock;
+constexpr int FRONT_THREAD_ID = 160;
+
+// Allocates a zeroed Worker, or null when memory is short.
+Worker *allocate_worker();
+void free_worker(Worker *worker);
+// Points plies 0 and 1 at the start of the pool, each list terminated.
+void reset_move_lists(Worker *worker);
+int init_worker(int slot);
+
+// Who attacks a square: the first piece by kind (pawn, knight, bishop,
+// rook, queen, king) and square.  The occupancy blocks lines; the "least"
+// form also ignores pieces missing from it.
+int find_attacker(const Position &pos, int sq, int side, u64 occupancy);
+int find_least_attacker(const Position &pos, int sq, int side, u64 occupancy);

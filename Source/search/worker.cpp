@@ -1,0 +1,74 @@
+// The per-thread Worker: allocation and preparation for a search.
+#include <cstdlib>
+#include <cstring>
+
+#include "../frontend/frontend.h"
+#include "../frontend/spinlock.h"
+#include "search.h"
+
+Worker *workers[MAX_THREADS];
+Worker *front_worker;
+SpinLock random_lock;
+
+Worker *allocate_worker() {
+    return static_cast<Worker *>(std::calloc(1, sizeof(Worker)));
+}
+
+void free_worker(Worker *worker) { std::free(worker); }
+
+void reset_move_lists(Worker *w) {
+    for (int ply = 0; ply <= 1; ply++) {
+        MoveEntry *start = w->move_pool + ply;
+        w->plies[ply].list_start = start;
+        w->plies[ply].current = start;
+        start->move = END_OF_LIST;
+    }
+}
+
+int init_worker(int slot) {
+    // 1.
+    if (!workers[slot]) workers[slot] = allocate_worker();
+    Worker *w = workers[slot];
+    if (!w) return -1;
+
+    // 2.
+    spin_take(random_lock);
+    w->rng_seed = static_cast<u32>(std::rand());
+    spin_release(random_lock);
+
+    // 3. The thread's own copy of the game position.
+    w->thread_id = static_cast<u8>(slot);
+    w->position = front_worker->position;
+    w->position.worker = w;
+
+    // 4. The game's undo records, so repetitions reach back into the game.
+    int used = front_worker->hist_index;
+    if (used < 0 || used >= STATE_STACK_SIZE) used = 0;
+    std::memcpy(w->states, front_worker->states, used * sizeof(StateRecord));
+    w->states[used].move = 0;
+    w->states[0].move = 0;
+    w->hist_index = front_worker->hist_index;
+    w->last_move = front_worker->last_move;
+    w->ply = 1;
+
+    // 5.
+    w->node_limit =
+        settings.max_nodes ? settings.max_nodes : 1000000000000000ULL;
+
+    // 6.
+    w->plies[0].node_type = 0;
+    w->plies[1].node_type = 0;
+    reset_move_lists(w);
+
+    // 7.
+    std::memset(w->pv, 0, sizeof w->pv);
+    w->node_count = w->tb_hit_count = w->eval_count = w->eval_hit_count = 0;
+    w->hash_probe_count = w->hash_hit_count = 0;
+    w->pawn_probe_count = w->pawn_hit_count = 0;
+    w->best_score = 0;
+    w->iter_depth = 0;
+    w->fail_state = 0;
+    w->best_depth = 0;
+    w->seldepth = 0;
+    return 0;
+}

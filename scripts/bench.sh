@@ -1,0 +1,49 @@
+#!/bin/sh
+# Perft speed, single thread: the median of 5 runs of ours, and beside it
+# Debian's ethereal-chess and stockfish timed in the same run, as ratios.
+build=${1:-build}
+runs=5
+start="rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 1"
+kiwipete="r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq -"
+PATH="$PATH:/usr/games"
+
+median() { sort -n | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
+now() { date +%s.%N; }
+
+# Wall seconds of one engine process fed the given commands.
+timed() {
+    text=$1
+    shift
+    t0=$(now)
+    printf "$text" | "$@" >/dev/null 2>&1
+    t1=$(now)
+    awk -v a="$t0" -v b="$t1" 'BEGIN {print b - a}'
+}
+
+bench_position() {
+    name=$1 fen=$2 depth=$3
+    nodes=$("$build/bench/perft_bench" "$fen" "$depth" | awk '{print $2}')
+    ours=$(for i in $(seq $runs); do
+        "$build/bench/perft_bench" "$fen" "$depth" | awk '{print $4}'
+    done | median)
+    awk -v n="$nodes" -v t="$ours" -v name="$name" -v d="$depth" 'BEGIN {
+        printf "perft %s depth %d: %d nodes, quillon %.3f s, %.1f Mnps\n", name, d, n, t, n / t / 1e6 }'
+    if command -v ethereal-chess >/dev/null 2>&1; then
+        eth=$(for i in $(seq $runs); do
+            timed "position fen $fen\nperft $depth\nquit\n" ethereal-chess
+        done | median)
+        awk -v e="$eth" -v t="$ours" 'BEGIN {
+            printf "  ethereal-chess %.3f s, ratio ethereal/quillon %.2f\n", e, e / t }'
+    fi
+    if command -v stockfish >/dev/null 2>&1; then
+        sf=$(for i in $(seq $runs); do
+            timed "position fen $fen\ngo perft $depth\nquit\n" stockfish
+        done | median)
+        awk -v s="$sf" -v t="$ours" 'BEGIN {
+            printf "  stockfish %.3f s, ratio stockfish/quillon %.2f\n", s, s / t }'
+    fi
+}
+
+echo "perft, single thread, median of $runs runs (other engines timed as whole processes)"
+bench_position start "$start" 6
+bench_position kiwipete "$kiwipete" 5

@@ -1,0 +1,14 @@
+// Shared set-up for the unit tests.
+#pragma once
+
+#include "frontend/frontend.h"
+#include "frontend/notation.h"
+#include "position/position.h"
+#include "search/search.h"
+
+// Fills the global tables and the front Worker as the engine's start does.
+void init_engine_for_tests();
+// Sets the front Worker's position from a FEN text and returns it.
+Position &test_position(const char *fen);
+// Path of a file in the shared data folder.
+const char *shared_path(const char *relative);
