@@ -16,4 +16,8 @@ void coord_text(const Position &pos, int side, Move move, char *out);
 void move_text(const Position &pos, int side, Move move, char *out);
 void move_forms(const Position &pos, Move move, char *coord, char *san,
                 char *alt, char *long_form);
+// Reads a typed or PGN move against the front Worker's position.  The
+// text is changed in place (a '=' may be inserted before a promotion
+// letter), so its buffer needs room for two characters more than it holds.
+// Returns 1 and the move when exactly one legal move matches.
 int parse_move(char *text, Move *out_move);

@@ -1,0 +1,180 @@
+// The life of the process: the global tables, the defaults, the command
+// line, the locks, the log, then exactly one run mode, then shutdown.
+#include "quillon.h"
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "frontend/frontend.h"
+#include "frontend/output.h"
+#include "frontend/switches.h"
+#include "position/position.h"
+#include "search/search.h"
+
+// The folder the executable was started from, as an absolute path with
+// forward slashes.  Kept for the user's inspection; nothing reads it.
+static char engine_dir[600];
+// Created with the locks and never used afterwards.
+static pthread_mutex_t engine_mutex;
+
+static void store_processor_flags() {
+    __builtin_cpu_init();
+    settings.has_popcnt = __builtin_cpu_supports("popcnt") ? 1 : 0;
+    settings.has_bmi = __builtin_cpu_supports("bmi") ? 1 : 0;
+}
+
+static void find_engine_dir(const char *argv0) {
+    char cwd[200];
+    if (!getcwd(cwd, sizeof cwd)) cwd[0] = 0;
+    char path[400];
+    std::snprintf(path, sizeof path, "%s", argv0 ? argv0 : "");
+    // Cut the file name off, with the slash before it.
+    for (size_t n = std::strlen(path); n > 0;) {
+        char c = path[--n];
+        path[n] = 0;
+        if (c == '/' || c == '\\') break;
+    }
+    bool absolute = path[0] == '/' || path[0] == '\\' || path[1] == ':';
+    if (!path[0])
+        std::snprintf(engine_dir, sizeof engine_dir, "%s", cwd);
+    else if (!absolute)
+        std::snprintf(engine_dir, sizeof engine_dir, "%s/%s", cwd, path);
+    else
+        std::snprintf(engine_dir, sizeof engine_dir, "%s", path);
+    for (char *p = engine_dir; *p; p++)
+        if (*p == '\\') *p = '/';
+}
+
+static void seed_random() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    std::srand(static_cast<unsigned>(now.tv_nsec));
+}
+
+// The front end's Worker holds the game position for the whole run.
+static bool create_front_worker() {
+    front_worker = allocate_worker();
+    if (!front_worker) return false;
+    front_worker->thread_id = FRONT_THREAD_ID;
+    front_worker->ply = 1;
+    front_worker->position.worker = front_worker;
+    front_worker->rng_seed = static_cast<u32>(std::rand());
+    reset_move_lists(front_worker);
+    return true;
+}
+
+static void free_workers() {
+    free_worker(front_worker);
+    front_worker = nullptr;
+    // Every slot, not only the first `threads`: Threads may have shrunk
+    // since a helper's Worker was made.
+    for (Worker *&w : workers) {
+        if (w) free_worker(w);
+        w = nullptr;
+    }
+}
+
+static int end_before_locks(int result) {
+    free_workers();
+    return result;
+}
+
+static bool tuner_requested(i32 mode) {
+    return mode == MODE_TUNE || mode == MODE_TUNE2 ||
+           mode == MODE_MAKE_TRAIN_DATA || settings.use_nn == 2;
+}
+
+static void dispatch(i32 mode) {
+    switch (mode) {
+        case MODE_THINK:
+            // The calibration and the think cycle come with the UCI
+            // protocol; until then a normal run ends after start-up.
+            break;
+        case MODE_CONFIG_ONLY:
+            break;
+        default:
+            // The tools (EPD analysis, PGN scan, bench, book building,
+            // training data) are not in this build yet: their modes end
+            // in the shutdown like every unknown mode.
+            break;
+    }
+}
+
+// Every mode ends here.
+static int shut_down(int result) {
+    // The main hash table is freed here once it exists.
+    pthread_mutex_destroy(&engine_mutex);
+    // Spin locks hold no resources: nothing to destroy.
+    close_log();
+    free_workers();
+    // No timer period was set (start-up step 18), so none is restored.
+    return result;
+}
+
+int engine_main(int argc, char **argv) {
+    // 1. Processor capabilities, for show only.
+    store_processor_flags();
+    // 2. Unbuffered standard output.
+    std::setvbuf(stdout, nullptr, _IONBF, 0);
+    // 3. The executable's folder.
+    find_engine_dir(argc > 0 ? argv[0] : "");
+    // 4. Seed the standard random numbers from the clock.
+    seed_random();
+    // 5. No search Workers yet.
+    for (Worker *&w : workers) w = nullptr;
+    // 6. The front end's Worker.
+    if (!create_front_worker()) return 1;
+    // 7. Attack tables.
+    init_attack_tables();
+    // 8. The pawn endgame table comes with the endgame code.
+    // 9. Search status.
+    set_default_status();
+    // 10. Settings defaults and their snapshot.
+    set_default_settings();
+    take_settings_snapshot();
+    // 11. UCI unless a switch says otherwise.
+    settings.uci_mode = 1;
+    i32 mode = MODE_THINK;
+    // 12. The switches.
+    if (argc > 1) {
+        SwitchOutcome line = read_switches(argc, argv);
+        if (line.exit_code >= 0) return end_before_locks(line.exit_code);
+        mode = line.mode;
+    }
+    // 13. The tuner's modes are not part of this build.
+    if (tuner_requested(mode)) {
+        std::puts("Need to compile with 'make ttune'\n");
+        return end_before_locks(1);
+    }
+    // 14. Locks.  The search's info_lock comes with the search reporting.
+    if (int err = pthread_mutex_init(&engine_mutex, nullptr))
+        return end_before_locks(err);
+    spin_init(output_lock);
+    spin_init(random_lock);
+    // 15. Greeting, in both dialects.
+    char line[128];
+    std::snprintf(line, sizeof line, "info string Hello from %s",
+                  ENGINE_VERSION);
+    print_line(line);
+    // 16. A small table for a small search.  The table itself is allocated
+    // here once the hash code is in; its keys are made with it.
+    shrink_hash_for_small_search();
+    init_hash_keys();
+    // 17. Log.
+    if (settings.log && !log_file) open_log();
+    // 18. Timer resolution: Linux sleeps and clocks already have a fine
+    // grain, and there is no system-wide timer period to set.
+    // 19. The configuration file is read here once the options code is in.
+    // 20. The evaluation parameters come with the evaluation code.
+    // 21. So does the network.
+    // 22. The tablebases (modes 1 and 2) come with the tablebase code.
+    // 23. The run mode.
+    dispatch(mode);
+    // 24. Shutdown.
+    return shut_down(0);
+}
