@@ -66,6 +66,8 @@ struct EngineSettings {
 extern EngineSettings settings;
 extern EngineSettings settings_snapshot;
 
+// Stores what the processor offers (popcnt, bmi); nothing reads it.
+void probe_processor();
 void set_default_settings();
 void take_settings_snapshot();
 

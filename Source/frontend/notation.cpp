@@ -1,5 +1,6 @@
-// FEN reading and writing, coordinate move text, the four written forms
-// of a move, and the loose move reader used for typed moves and PGN.
+// Text to positions and moves and back: FEN reading and writing,
+// the coordinate text of a move, the four written forms of a move and the
+// loose reader of typed or PGN moves.
 #include "notation.h"
 
 #include <cstdio>
@@ -9,112 +10,135 @@
 #include "frontend.h"
 
 const char SQUARE_NAMES[64][3] = {
-    "a1", "b1", "c1", "d1", "e1", "f1", "g1", "h1", "a2", "b2", "c2",
-    "d2", "e2", "f2", "g2", "h2", "a3", "b3", "c3", "d3", "e3", "f3",
-    "g3", "h3", "a4", "b4", "c4", "d4", "e4", "f4", "g4", "h4", "a5",
-    "b5", "c5", "d5", "e5", "f5", "g5", "h5", "a6", "b6", "c6", "d6",
-    "e6", "f6", "g6", "h6", "a7", "b7", "c7", "d7", "e7", "f7", "g7",
-    "h7", "a8", "b8", "c8", "d8", "e8", "f8", "g8", "h8"};
+    "a1", "b1", "c1", "d1", "e1", "f1", "g1", "h1",  //
+    "a2", "b2", "c2", "d2", "e2", "f2", "g2", "h2",  //
+    "a3", "b3", "c3", "d3", "e3", "f3", "g3", "h3",  //
+    "a4", "b4", "c4", "d4", "e4", "f4", "g4", "h4",  //
+    "a5", "b5", "c5", "d5", "e5", "f5", "g5", "h5",  //
+    "a6", "b6", "c6", "d6", "e6", "f6", "g6", "h6",  //
+    "a7", "b7", "c7", "d7", "e7", "f7", "g7", "h7",  //
+    "a8", "b8", "c8", "d8", "e8", "f8", "g8", "h8",
+};
 
 static const char WHITE_LETTERS[] = " PNBRQK";
 static const char BLACK_LETTERS[] = " pnbrqk";
+static const char FEN_DIGITS[] = "0123456789";
 
-// No legal position holds more than 16 men of a side, and the move lists
-// are sized for that, so further men in a text are left off the board.
-constexpr int MAX_MEN_PER_SIDE = 16;
+// A side may hold at most this many men: the move lists are sized for it.
+constexpr int MAX_MEN = 16;
 
-static int piece_code_of(char c) {
-    for (int t = PAWN; t <= KING; t++) {
-        if (c == WHITE_LETTERS[t]) return make_piece(t, WHITE);
-        if (c == BLACK_LETTERS[t]) return make_piece(t, BLACK);
-    }
-    return 0;
+// Appends the name of a square; a square off the board appends nothing.
+static char *put_square(char *out, int sq) {
+    if (sq < 0 || sq > 63) return out;
+    *out++ = SQUARE_NAMES[sq][0];
+    *out++ = SQUARE_NAMES[sq][1];
+    return out;
 }
 
-static void place_piece(Position &pos, int code, int sq) {
-    int c = piece_colour(code), t = piece_type(code);
-    if (count_bits(pos.bitboards[c][0]) >= MAX_MEN_PER_SIDE) return;
+// The type a promotion flag asks for, queen when no promotion flag is set.
+static int promotion_type(Move move) {
+    if (move & FLAG_QUEEN) return QUEEN;
+    if (move & FLAG_KNIGHT) return KNIGHT;
+    if (move & FLAG_BISHOP) return BISHOP;
+    if (move & FLAG_ROOK) return ROOK;
+    return QUEEN;
+}
+
+// The rook square of the castling right a flagged king move uses.
+static int castling_rook_square(const Position &pos, int side, Move move) {
+    int index = 2 * (side & 1) + ((move & FLAG_SHORT) ? 0 : 1);
+    return pos.castle_rook[index];
+}
+
+static void place_piece(Position &pos, int sq, int code) {
+    int type = piece_type(code), colour = piece_colour(code);
     pos.board[sq] = static_cast<u8>(code);
-    pos.bitboards[c][0] |= bit(sq);
-    pos.bitboards[c][t] |= bit(sq);
-    pos.material_sig[c] += MATERIAL_SIG_STEP[t];
-    pos.piece_points[c] += PIECE_POINTS[t];
-    if (t == KING) pos.king_sq[c] = static_cast<u8>(sq);
-}
-
-// The board field, rank 8 first; returns the text behind it.  Squares off
-// the board are not written.
-static const char *read_board(Position &pos, const char *p) {
-    int rank = 7, file = 0;
-    for (; *p && *p != ' '; p++) {
-        if (*p == '/') {
-            rank--;
-            file = 0;
-        } else if (*p >= '1' && *p <= '8') {
-            file += *p - '0';
-        } else if (int code = piece_code_of(*p)) {
-            if (rank >= 0 && file < 8) place_piece(pos, code, file + 8 * rank);
-            file++;
-        }
-    }
-    return p;
-}
-
-static const char *skip_blanks(const char *p) {
-    while (*p == ' ') p++;
-    return p;
-}
-
-// The en-passant field: a file letter and a rank digit; anything that
-// does not name a square leaves none.
-static int read_ep_square(const char *p) {
-    int file = -1, rank = -1;
-    for (; *p && *p != ' '; p++) {
-        if (*p >= 'a' && *p <= 'h')
-            file = *p - 'a';
-        else if (*p >= '1' && *p <= '8')
-            rank = *p - '1';
-    }
-    if (file < 0) return NO_SQUARE;
-    return file + 8 * (rank < 0 ? 0 : rank);
+    pos.bitboards[colour][0] |= bit(sq);
+    pos.bitboards[colour][type] |= bit(sq);
+    pos.material_sig[colour] += MATERIAL_SIG_STEP[type];
+    pos.piece_points[colour] =
+        static_cast<i16>(pos.piece_points[colour] + PIECE_POINTS[type]);
+    if (type == KING) pos.king_sq[colour] = static_cast<u8>(sq);
 }
 
 int set_fen(Position &pos, const char *text) {
-    Worker *w = pos.worker;
-    int old_side = pos.side;
-    // 1. Start from an empty record so equal texts give equal bytes; only
-    // the side to move survives a text that does not name one.
+    // 1. Clear everything but the owner and the side to move, which a
+    // text without a side field leaves as it was.
+    Worker *owner = pos.worker;
+    int old_side = pos.side & 1;
     std::memset(&pos, 0, sizeof pos);
-    pos.worker = w;
-    pos.side = static_cast<u8>(old_side & 1);
+    pos.worker = owner;
+    pos.side = static_cast<u8>(old_side);
     pos.king_sq[WHITE] = pos.king_sq[BLACK] = NO_SQUARE;
     pos.ep_sq = NO_SQUARE;
+    for (int i = 0; i < 4; i++) pos.castle_rook[i] = NO_SQUARE;
+    if (owner) {
+        owner->hist_index = 0;
+        owner->ply = 1;
+        owner->last_move = 0;
+    }
+    if (!text) text = "";
+    const char *p = text;
 
-    // 2.
-    const char *p = read_board(pos, text);
+    // 2. The board, from rank 8 down; nothing lands off the board.
+    int rank = 7, file = 0;
+    int men[2] = {0, 0};
+    for (; *p && *p != ' '; p++) {
+        char c = *p;
+        if (c == '/') {
+            if (rank >= 0) rank--;
+            file = 0;
+        } else if (c >= '1' && c <= '8') {
+            file += c - '0';
+            if (file > 8) file = 8;
+        } else {
+            const char *w = std::strchr(WHITE_LETTERS + 1, c);
+            const char *b = std::strchr(BLACK_LETTERS + 1, c);
+            int code = 0;
+            if (w)
+                code = make_piece(static_cast<int>(w - WHITE_LETTERS), WHITE);
+            else if (b)
+                code = make_piece(static_cast<int>(b - BLACK_LETTERS), BLACK);
+            if (!code) continue;  // unknown: no effect at all
+            int colour = piece_colour(code);
+            if (rank >= 0 && file <= 7 && men[colour] < MAX_MEN) {
+                place_piece(pos, file + 8 * rank, code);
+                men[colour]++;
+            }
+            if (file < 8) file++;
+        }
+    }
 
-    // 3.
-    p = skip_blanks(p);
+    // 3. Side to move.
+    while (*p == ' ') p++;
     if (*p == 'w') pos.side = WHITE;
     if (*p == 'b') pos.side = BLACK;
 
-    // 4.
+    // 4. Step over the side letter; the castling field, 8 characters at
+    // most, is read by set_castling.
     if (*p) p++;
-    p = skip_blanks(p);
+    while (*p == ' ') p++;
     char castling[9] = {};
-    for (int i = 0; i < 8 && *p && *p != ' '; i++) castling[i] = *p++;
+    for (int n = 0; *p && *p != ' '; p++)
+        if (n < 8) castling[n++] = *p;
     set_castling(pos, castling);
 
-    // 5. The move counters that may follow are not read.
-    pos.ep_sq = static_cast<u8>(read_ep_square(skip_blanks(p)));
+    // 5. En passant: a letter gives the file, a digit the rank; a field
+    // that names no whole square gives none.
+    while (*p == ' ') p++;
+    int ep_file = -1, ep_rank = -1;
+    for (; *p && *p != ' '; p++) {
+        if (*p >= 'a' && *p <= 'h') ep_file = *p - 'a';
+        if (*p >= '1' && *p <= '8') ep_rank = *p - '1';
+    }
+    if (ep_file >= 0 && ep_rank >= 0)
+        pos.ep_sq = static_cast<u8>(ep_file + 8 * ep_rank);
 
-    // 6.
+    // 6. Keys and the bottom of the history; the halfmove clock and the
+    // move number are not read.
     compute_keys(pos);
-    if (w) {
-        std::memset(&w->states[0], 0, 2 * sizeof(StateRecord));
-        w->hist_index = 0;
-        w->ply = 1;
-        w->last_move = 0;
+    if (owner) {
+        std::memset(&owner->states[0], 0, 2 * sizeof(StateRecord));
     }
     return 0;
 }
@@ -122,204 +146,197 @@ int set_fen(Position &pos, const char *text) {
 void get_fen(const Position &pos, char *out, int counters) {
     char *o = out;
     for (int rank = 7; rank >= 0; rank--) {
-        int empty = 0;
+        int run = 0;
         for (int file = 0; file < 8; file++) {
             int code = pos.board[file + 8 * rank];
             if (!code) {
-                empty++;
+                run++;
                 continue;
             }
-            if (empty) *o++ = static_cast<char>('0' + empty);
-            empty = 0;
-            *o++ = piece_colour(code) ? BLACK_LETTERS[piece_type(code)]
-                                      : WHITE_LETTERS[piece_type(code)];
+            if (run) *o++ = FEN_DIGITS[run];
+            run = 0;
+            const char *letters =
+                piece_colour(code) ? BLACK_LETTERS : WHITE_LETTERS;
+            *o++ = letters[piece_type(code) % 7];
         }
-        if (empty) *o++ = static_cast<char>('0' + empty);
+        if (run) *o++ = FEN_DIGITS[run];
         if (rank) *o++ = '/';
     }
     *o++ = ' ';
     *o++ = pos.side ? 'b' : 'w';
     *o++ = ' ';
-    const char *letters = "KQkq";
-    char *rights = o;
-    for (int i = 0; i < 4; i++)
-        if (pos.castle_rights & (1 << i)) *o++ = letters[i];
-    if (o == rights) *o++ = '-';
+    if (pos.castle_rights & 1) *o++ = 'K';
+    if (pos.castle_rights & 2) *o++ = 'Q';
+    if (pos.castle_rights & 4) *o++ = 'k';
+    if (pos.castle_rights & 8) *o++ = 'q';
+    if (!(pos.castle_rights & 15)) *o++ = '-';
     *o++ = ' ';
-    if (pos.ep_sq < 64) {
-        *o++ = SQUARE_NAMES[pos.ep_sq][0];
-        *o++ = SQUARE_NAMES[pos.ep_sq][1];
-    } else {
+    if (pos.ep_sq < 64)
+        o = put_square(o, pos.ep_sq);
+    else
         *o++ = '-';
-    }
     *o = 0;
     if (counters) {
         int game_ply = pos.worker ? pos.worker->hist_index : 0;
-        std::sprintf(o, " %d %d", pos.cnt50, game_ply);
+        std::snprintf(o, 32, " %d %d", pos.cnt50, game_ply);
     }
-}
-
-static int promotion_index(int flags) {
-    if (flags & FLAG_BISHOP) return 2;
-    if (flags & FLAG_ROOK) return 3;
-    if (flags & FLAG_KNIGHT) return 1;
-    return 0;
 }
 
 void coord_text(const Position &pos, int side, Move move, char *out) {
     int from = move_from(move), to = move_to(move);
-    int flags = move & FLAG_MASK;
-    std::strcpy(out, SQUARE_NAMES[from]);
-    if (flags && (rank_of(from) == 0 || rank_of(from) == 7)) {
-        // Castling: the king-takes-rook form in Chess960.
-        int rook =
-            settings.chess960
-                ? pos.castle_rook[2 * side + (flags & FLAG_SHORT ? 0 : 1)]
-                : NO_SQUARE;
-        std::strcat(out, SQUARE_NAMES[rook < 64 ? rook : to]);
-        return;
+    char *o = put_square(out, from);
+    if (move & FLAG_MASK) {
+        int r = rank_of(from);
+        if (r == 0 || r == 7) {
+            // Castling: the king takes its rook under Chess960.
+            int rook = castling_rook_square(pos, side, move);
+            if (settings.chess960 && rook < 64)
+                o = put_square(o, rook);
+            else
+                o = put_square(o, to);
+        } else {
+            o = put_square(o, to);
+            static const char UCI[] = " nbrq";
+            static const char CONSOLE[] = " NBRQ";
+            int type = promotion_type(move);
+            if (settings.uci_mode) {
+                *o++ = UCI[type == QUEEN ? 4 : type - 1];
+            } else {
+                *o++ = '=';
+                *o++ = CONSOLE[type == QUEEN ? 4 : type - 1];
+            }
+        }
+    } else {
+        o = put_square(o, to);
     }
-    std::strcat(out, SQUARE_NAMES[to]);
-    if (!flags) return;
-    static const char *const UCI_SUFFIX[4] = {"q", "n", "b", "r"};
-    static const char *const CONSOLE_SUFFIX[4] = {"=Q", "=N", "=B", "=R"};
-    int index = promotion_index(flags);
-    std::strcat(out,
-                settings.uci_mode ? UCI_SUFFIX[index] : CONSOLE_SUFFIX[index]);
+    *o = 0;
 }
 
 void move_text(const Position &pos, int side, Move move, char *out) {
-    if (move == NO_MOVE)
+    if (move == 0) {
         std::strcpy(out, "null");
-    else
-        coord_text(pos, side, move, out);
+        return;
+    }
+    coord_text(pos, side, move, out);
 }
 
-static const char *const PROMOTION_SUFFIX[4] = {"=Q", "=N", "=B", "=R"};
-
-// Pieces of the mover's kind, other than the mover, that reach `to`; pins
-// are not considered.
-static u64 rival_attackers(const Position &pos, int type, int from, int to) {
-    u64 rivals = pos.bitboards[pos.side][type] & ~bit(from);
-    u64 occupied = occupied_squares(pos) | bit(to);
-    switch (type) {
-        case KNIGHT:
-            return rivals & knight_attacks[to];
-        case BISHOP:
-            return rivals & bishop_attacks(to, occupied);
-        case ROOK:
-            return rivals & rook_attacks(to, occupied);
-        case QUEEN:
-            return rivals &
-                   (bishop_attacks(to, occupied) | rook_attacks(to, occupied));
-        default:
-            return rivals & king_attacks[to];
-    }
-}
-
-static void pawn_forms(const Position &pos, Move move, char *coord, char *san,
-                       char *alt) {
-    int from = move_from(move), to = move_to(move);
-    int flags = move & FLAG_MASK;
-    const char *suffix = "";
-    if (flags) {
-        coord[4] = 0;
-        suffix = PROMOTION_SUFFIX[promotion_index(flags)];
-    }
-    if (pos.board[to] || to == pos.ep_sq) {
-        std::sprintf(san, "%cx%s", SQUARE_NAMES[from][0], SQUARE_NAMES[to]);
-        std::sprintf(alt, "%c%c", SQUARE_NAMES[from][0], SQUARE_NAMES[to][0]);
-    } else {
-        std::strcpy(san, SQUARE_NAMES[to]);
-        alt[0] = 0;
-    }
-    std::strcat(coord, suffix);
-    std::strcat(san, suffix);
-    std::strcat(alt, suffix);
-}
-
-static void castling_forms(const Position &pos, Move move, char *coord,
-                           char *san, char *alt, char *long_form) {
-    int from = move_from(move), to = move_to(move);
-    bool is_short = move & FLAG_SHORT;
-    int rook = pos.castle_rook[2 * pos.side + (is_short ? 0 : 1)];
-    const char *rook_name = SQUARE_NAMES[rook < 64 ? rook : to];
-    std::strcpy(san, is_short ? "o-o" : "o-o-o");
-    std::strcpy(alt, is_short ? "O-O" : "O-O-O");
-    if (!is_short)
-        std::sprintf(coord, "%s%s", SQUARE_NAMES[from],
-                     settings.chess960 ? rook_name : SQUARE_NAMES[to]);
-    std::sprintf(long_form, "%s%s", SQUARE_NAMES[from],
-                 settings.chess960 ? SQUARE_NAMES[to] : rook_name);
-}
-
-// Disambiguation is loose on purpose: a rival on the same file asks for the
-// rank, one on the same rank for the file, and rivals on neither leave the
-// plain letter, ambiguous as it is.
-static void piece_forms(const Position &pos, Move move, char *san, char *alt,
-                        char *long_form) {
-    int from = move_from(move), to = move_to(move);
-    int type = piece_type(pos.board[from]);
-    char letter = WHITE_LETTERS[type];
-    std::sprintf(san, "%c", letter);
-    std::sprintf(alt, "%c%c", letter, SQUARE_NAMES[from][0]);
-    std::sprintf(long_form, "%c%c", letter, SQUARE_NAMES[from][1]);
-    if (count_bits(pos.bitboards[pos.side][type]) > 1) {
-        u64 rivals = rival_attackers(pos, type, from, to);
-        bool same_file = false, same_rank = false;
-        for (u64 b = rivals; b; b = clear_first_bit(b)) {
-            same_file |= file_of(first_bit(b)) == file_of(from);
-            same_rank |= rank_of(first_bit(b)) == rank_of(from);
-        }
-        if (same_file)
-            std::strcpy(san, long_form);
-        else if (same_rank)
-            std::strcpy(san, alt);
-    }
-    if (pos.board[to]) {
-        std::strcat(san, "x");
-        std::strcat(alt, "x");
-        std::strcat(long_form, "x");
-    }
-    std::strcat(san, SQUARE_NAMES[to]);
-    std::strcat(alt, SQUARE_NAMES[to]);
-    std::strcat(long_form, SQUARE_NAMES[to]);
-}
-
-// The moved (or promoted) piece stands on its target for the test; a
-// castling rook stays where it is, and so does a pawn taken en passant.
-static bool move_checks(const Position &pos, Move move) {
-    int from = move_from(move), to = move_to(move);
-    if (from == to) return false;
-    int type = piece_type(pos.board[from]);
-    int flags = move & FLAG_MASK;
-    if (type == PAWN && flags) {
-        static constexpr int PROMOTED[4] = {QUEEN, KNIGHT, BISHOP, ROOK};
-        type = PROMOTED[promotion_index(flags)];
-    }
-    Position probe = pos;
-    probe.bitboards[pos.side][type] |= bit(to);
+// Whether `us` attacks the enemy king once the moved piece, as `type`,
+// stands on `to`; the rest of the board is as it is.
+static int move_gives_check(const Position &pos, int us, int from, int to,
+                            int moved_type, int type) {
+    int them = us ^ 1;
+    int king = pos.king_sq[them];
+    if (king >= 64) return 0;
+    u64 mine[8];
+    for (int t = 0; t < 8; t++) mine[t] = pos.bitboards[us][t];
+    mine[moved_type & 7] &= ~bit(from);
+    mine[type & 7] |= bit(to);
     u64 occupied = (occupied_squares(pos) & ~bit(from)) | bit(to);
-    return find_least_attacker(probe, pos.king_sq[pos.side ^ 1], pos.side,
-                               occupied) != NO_SQUARE;
+    if (pawn_attacks[them][king] & mine[PAWN]) return 1;
+    if (knight_attacks[king] & mine[KNIGHT]) return 1;
+    if (king_attacks[king] & mine[KING]) return 1;
+    if (bishop_attacks(king, occupied) & (mine[BISHOP] | mine[QUEEN])) return 1;
+    if (rook_attacks(king, occupied) & (mine[ROOK] | mine[QUEEN])) return 1;
+    return 0;
 }
 
 void move_forms(const Position &pos, Move move, char *coord, char *san,
                 char *alt, char *long_form) {
     san[0] = alt[0] = long_form[0] = 0;
-    if (move == NO_MOVE) {
+    if (move == 0) {
         std::strcpy(coord, "null");
         return;
     }
-    coord_text(pos, pos.side, move, coord);
-    int type = piece_type(pos.board[move_from(move)]);
-    if (type == PAWN)
-        pawn_forms(pos, move, coord, san, alt);
-    else if (move & (FLAG_SHORT | FLAG_LONG))
-        castling_forms(pos, move, coord, san, alt, long_form);
-    else
-        piece_forms(pos, move, san, alt, long_form);
-    if (move_checks(pos, move)) {
+    int us = pos.side & 1;
+    int from = move_from(move), to = move_to(move);
+    int moved = pos.board[from];
+    int type = piece_type(moved);
+    int flags = move & FLAG_MASK;
+    int promoted = type;
+    coord_text(pos, us, move, coord);
+
+    if (type == PAWN) {
+        const char *suffix = "";
+        if (flags) {
+            coord[4] = 0;
+            static const char *const SUFFIX[8] = {"",   "",   "=N", "=B",
+                                                  "=R", "=Q", "",   ""};
+            promoted = promotion_type(move);
+            suffix = SUFFIX[promoted];
+        }
+        if (pos.board[to] || to == pos.ep_sq) {
+            char *o = san;
+            *o++ = SQUARE_NAMES[from][0];
+            *o++ = 'x';
+            o = put_square(o, to);
+            *o = 0;
+            alt[0] = SQUARE_NAMES[from][0];
+            alt[1] = SQUARE_NAMES[to][0];
+            alt[2] = 0;
+        } else {
+            *put_square(san, to) = 0;
+        }
+        std::strcat(coord, suffix);
+        std::strcat(san, suffix);
+        std::strcat(alt, suffix);
+    } else if (move & (FLAG_SHORT | FLAG_LONG)) {
+        // Castling: the coordinate forms are the king-to and the
+        // king-takes-rook form, one in `coord` and the other in
+        // `long_form`.
+        int rook = castling_rook_square(pos, us, move);
+        int other = settings.chess960 || rook >= 64 ? to : rook;
+        int first = settings.chess960 && rook < 64 ? rook : to;
+        *put_square(put_square(long_form, from), other) = 0;
+        if (move & FLAG_SHORT) {
+            std::strcpy(san, "o-o");
+            std::strcpy(alt, "O-O");
+        } else {
+            std::strcpy(san, "o-o-o");
+            std::strcpy(alt, "O-O-O");
+            *put_square(put_square(coord, from), first) = 0;
+        }
+    } else {
+        char letter = WHITE_LETTERS[type % 7];
+        char by_rank[3] = {letter, SQUARE_NAMES[from][1], 0};
+        char by_file[3] = {letter, SQUARE_NAMES[from][0], 0};
+        san[0] = letter;
+        san[1] = 0;
+        std::strcpy(alt, by_file);
+        std::strcpy(long_form, by_rank);
+        u64 same = pos.bitboards[us][type];
+        if (count_bits(same) > 1) {
+            u64 occupied = occupied_squares(pos) | bit(to);
+            u64 reach = 0;
+            if (type == KNIGHT) reach = knight_attacks[to];
+            if (type == BISHOP || type == QUEEN)
+                reach |= bishop_attacks(to, occupied);
+            if (type == ROOK || type == QUEEN)
+                reach |= rook_attacks(to, occupied);
+            u64 others = same & reach & ~bit(from);
+            int on_file = 0, on_rank = 0;
+            for (u64 b = others; b; b = clear_first_bit(b)) {
+                int sq = first_bit(b);
+                if (file_of(sq) == file_of(from)) on_file = 1;
+                if (rank_of(sq) == rank_of(from)) on_rank = 1;
+            }
+            // Neither: plain letter, ambiguous, as PGN reading expects.
+            if (on_file)
+                std::strcpy(san, by_rank);
+            else if (on_rank)
+                std::strcpy(san, by_file);
+        }
+        if (pos.board[to]) {
+            std::strcat(san, "x");
+            std::strcat(alt, "x");
+            std::strcat(long_form, "x");
+        }
+        std::strcat(san, SQUARE_NAMES[to]);
+        std::strcat(alt, SQUARE_NAMES[to]);
+        std::strcat(long_form, SQUARE_NAMES[to]);
+    }
+
+    // A check mark; the castling rook stays where it was for this test.
+    if (from != to && move_gives_check(pos, us, from, to, type, promoted)) {
         std::strcat(coord, "+");
         std::strcat(san, "+");
         std::strcat(alt, "+");
@@ -328,63 +345,65 @@ void move_forms(const Position &pos, Move move, char *coord, char *san,
 }
 
 static void cut_at_plus(char *text) {
-    if (char *plus = std::strchr(text, '+')) *plus = 0;
-}
-
-// "e8q", "e8Q" and "e8=q" all become "e8=Q".
-static void normalise_promotion(char *text) {
-    size_t n = std::strlen(text);
-    if (n == 0) return;
-    char last = text[n - 1];
-    if (last >= 'a' && last <= 'z') last = static_cast<char>(last - 32);
-    if (last != 'B' && last != 'N' && last != 'Q' && last != 'R') return;
-    if (n < 2 || text[n - 2] != '=') {
-        text[n - 1] = '=';
-        text[n] = last;
-        text[n + 1] = 0;
-    } else {
-        text[n - 1] = last;
-    }
-}
-
-static bool matches_a_form(const Position &pos, Move move, const char *text) {
-    char forms[4][24];
-    move_forms(pos, move, forms[0], forms[1], forms[2], forms[3]);
-    for (char *form : forms) {
-        cut_at_plus(form);
-        if (std::strcmp(form, text) == 0) return true;
-    }
-    return false;
+    char *plus = std::strchr(text, '+');
+    if (plus) *plus = 0;
 }
 
 int parse_move(char *text, Move *out_move) {
-    // 1.-3.
-    *out_move = NO_MOVE;
+    // 1.
+    *out_move = 0;
     cut_at_plus(text);
-    normalise_promotion(text);
+
+    // 2. A promotion letter gets its '=' and is upper-cased; this may
+    // lengthen the text by one character.
+    size_t len = std::strlen(text);
+    if (len > 0) {
+        char last = text[len - 1];
+        char upper = last >= 'a' && last <= 'z' ? last - 'a' + 'A' : last;
+        if (upper == 'B' || upper == 'N' || upper == 'Q' || upper == 'R') {
+            if (len >= 2 && text[len - 2] == '=') {
+                text[len - 1] = upper;
+            } else {
+                text[len - 1] = '=';
+                text[len] = upper;
+                text[len + 1] = 0;
+            }
+        }
+    }
+
+    // 3.
     for (char *c = text; *c; c++)
         if (*c == 'O' || *c == '0') *c = 'o';
 
-    // 4.
+    // 4. All moves of the game position, at search ply 1.
     Worker *w = front_worker;
     Position &pos = w->position;
     i16 saved_ply = w->ply;
     w->ply = 1;
+    if (!w->plies[1].list_start) reset_move_lists(w);
     generate_all(pos);
 
     // 5.
     int count = 0;
-    for (MoveEntry *e = w->plies[1].list_start; e->move != END_OF_LIST; e++)
-        if (matches_a_form(pos, e->move, text) &&
-            legal_move(pos, pos.side, e->move)) {
-            count++;
-            *out_move = e->move;
+    Move found = 0;
+    for (MoveEntry *e = w->plies[1].list_start; e->move != END_OF_LIST; e++) {
+        char forms[4][16];
+        move_forms(pos, e->move, forms[0], forms[1], forms[2], forms[3]);
+        int match = 0;
+        for (auto &form : forms) {
+            cut_at_plus(form);
+            if (std::strcmp(form, text) == 0) match = 1;
         }
+        if (match && legal_move(pos, pos.side, e->move)) {
+            count++;
+            found = e->move;
+        }
+    }
     w->ply = saved_ply;
 
     // 6.
-    if (count == 2) std::puts("ambiguous move");
+    *out_move = found;
     if (count == 1) return 1;
-    *out_move = NO_MOVE;
+    if (count == 2) std::puts("ambiguous move");
     return 0;
 }

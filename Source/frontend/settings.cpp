@@ -10,7 +10,7 @@ SearchStatus status;
 
 // Nothing in the engine uses these instructions; the flags only tell the
 // user what the processor could do.
-static void probe_processor() {
+void probe_processor() {
     __builtin_cpu_init();
     settings.has_popcnt = __builtin_cpu_supports("popcnt") ? 1 : 0;
     settings.has_bmi = __builtin_cpu_supports("bmi") ? 1 : 0;
