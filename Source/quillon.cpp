@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "eval/eval.h"
 #include "frontend/frontend.h"
 #include "frontend/output.h"
 #include "frontend/switches.h"
@@ -21,12 +22,6 @@
 static char engine_dir[600];
 // Created with the locks and never used afterwards.
 static pthread_mutex_t engine_mutex;
-
-static void store_processor_flags() {
-    __builtin_cpu_init();
-    settings.has_popcnt = __builtin_cpu_supports("popcnt") ? 1 : 0;
-    settings.has_bmi = __builtin_cpu_supports("bmi") ? 1 : 0;
-}
 
 static void find_engine_dir(const char *argv0) {
     char cwd[200];
@@ -118,7 +113,7 @@ static int shut_down(int result) {
 
 int engine_main(int argc, char **argv) {
     // 1. Processor capabilities, for show only.
-    store_processor_flags();
+    probe_processor();
     // 2. Unbuffered standard output.
     std::setvbuf(stdout, nullptr, _IONBF, 0);
     // 3. The executable's folder.
@@ -131,7 +126,8 @@ int engine_main(int argc, char **argv) {
     if (!create_front_worker()) return 1;
     // 7. Attack tables.
     init_attack_tables();
-    // 8. The pawn endgame table comes with the endgame code.
+    // 8. The solved king-and-pawn ending.
+    kp_table_build();
     // 9. Search status.
     set_default_status();
     // 10. Settings defaults and their snapshot.
@@ -170,8 +166,9 @@ int engine_main(int argc, char **argv) {
     // 18. Timer resolution: Linux sleeps and clocks already have a fine
     // grain, and there is no system-wide timer period to set.
     // 19. The configuration file is read here once the options code is in.
-    // 20. The evaluation parameters come with the evaluation code.
-    // 21. So does the network.
+    // 20. The evaluation parameters: names, tables, spare slots, values.
+    init_eval_params();
+    // 21. The network is not part of this build yet.
     // 22. The tablebases (modes 1 and 2) come with the tablebase code.
     // 23. The run mode.
     dispatch(mode);

@@ -47,3 +47,7 @@ bench_position() {
 echo "perft, single thread, median of $runs runs (other engines timed as whole processes)"
 bench_position start "$start" 6
 bench_position kiwipete "$kiwipete" 5
+
+echo
+echo "evaluation, single thread, median of 5 rounds"
+"$build/bench/eval_bench"

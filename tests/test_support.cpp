@@ -5,6 +5,8 @@
 void init_engine_for_tests() {
     init_attack_tables();
     init_hash_keys();
+    kp_table_build();
+    init_eval_params();
     set_default_settings();
     take_settings_snapshot();
     set_default_status();

@@ -94,10 +94,12 @@ TEST_F(WorkerTest, DeepestPlyListStaysInsideThePool) {
     ASSERT_EQ(init_worker(0), 0);
     Worker *w = workers[0];
     w->ply = PLY_RECORDS - 1;
-    w->plies[w->ply].list_start = w->move_pool + MOVE_POOL_SIZE - MAX_LIST_LENGTH;
+    w->plies[w->ply].list_start =
+        w->move_pool + MOVE_POOL_SIZE - MAX_LIST_LENGTH;
     generate_all(w->position);
     int n = 0;
-    for (MoveEntry *e = w->plies[w->ply].list_start; e->move != END_OF_LIST; e++)
+    for (MoveEntry *e = w->plies[w->ply].list_start; e->move != END_OF_LIST;
+         e++)
         n++;
     EXPECT_EQ(n, 20);
 }

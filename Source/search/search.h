@@ -2,6 +2,7 @@
 // the entry points of the search that the front end calls.
 #pragma once
 
+#include "../eval/eval.h"
 #include "../frontend/spinlock.h"
 #include "../position/position.h"
 
@@ -46,6 +47,8 @@ struct Worker {
     u16 counter_move[16][64];
     u16 counter_move2[16][64];
     u16 followup_move[16][64];
+    EvalCacheEntry eval_cache[EVAL_CACHE_SIZE];
+    PawnCacheEntry pawn_cache[PAWN_CACHE_SIZE];
     Position position;
     u16 pv[PV_LENGTH];
     i16 hist_index;
@@ -68,6 +71,7 @@ struct Worker {
     u64 hash_hit_count;
     u64 pawn_probe_count;
     u64 pawn_hit_count;
+    EvalContext eval;
 };
 
 extern Worker *workers[MAX_THREADS];

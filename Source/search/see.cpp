@@ -102,7 +102,8 @@ int classify_move(Position &pos, int side, const MoveEntry &entry) {
         // A pawn reaching the sixth: advanced unless it is blocked at once
         // or is lost on its square.
         int ahead = to + PAWN_DIRECTION[side];
-        if (capture) flags += 32;
+        if (capture)
+            flags += 32;
         else if (pos.board[ahead] != make_piece(PAWN, side ^ 1) &&
                  see_safe(pos, entry.move))
             flags += 32;

@@ -17,8 +17,12 @@ Worker *allocate_worker() {
 void free_worker(Worker *worker) { std::free(worker); }
 
 void reset_move_lists(Worker *w) {
-    for (int ply = 0; ply <= 1; ply++) {
-        MoveEntry *start = w->move_pool + ply;
+    // Plies 0 and 1 start one entry apart at the bottom of the pool.  The
+    // others get a room of their own until a parent's list places them, so
+    // that a move made without a list before it still finds a valid start.
+    for (int ply = 0; ply < PLY_RECORDS; ply++) {
+        MoveEntry *start =
+            w->move_pool + (ply <= 1 ? ply : ply * MAX_LIST_LENGTH);
         w->plies[ply].list_start = start;
         w->plies[ply].current = start;
         start->move = END_OF_LIST;
@@ -70,5 +74,6 @@ int init_worker(int slot) {
     w->fail_state = 0;
     w->best_depth = 0;
     w->seldepth = 0;
+    std::memset(&w->eval, 0, sizeof w->eval);
     return 0;
 }
