@@ -20,18 +20,6 @@ static u32 next_random(u64 &state) {
     return static_cast<u32>(state >> 33);
 }
 
-static int legal_moves(Position &pos, Move *out) {
-    MoveEntry list[512];
-    MoveEntry *end = generate_captures(pos, pos.side, list, NO_SQUARE);
-    end = generate_promotions(pos, pos.side, 1, end);
-    end = generate_seventh_pushes(pos, pos.side, end);
-    end = generate_quiets(pos, pos.side, end, NO_SQUARE);
-    int n = 0;
-    for (MoveEntry *e = list; e < end; e++)
-        if (legal_move(pos, pos.side, e->move)) out[n++] = e->move;
-    return n;
-}
-
 // Random games of up to 120 plies from the start, every position kept.
 static std::vector<Position> sample_positions(Worker *w, int wanted) {
     std::vector<Position> out;

@@ -374,18 +374,6 @@ u32 next_random(u64 &state) {
     return static_cast<u32>(state >> 33);
 }
 
-int legal_moves(Position &pos, Move *out) {
-    MoveEntry list[512];
-    MoveEntry *end = generate_captures(pos, pos.side, list, NO_SQUARE);
-    end = generate_promotions(pos, pos.side, 1, end);
-    end = generate_seventh_pushes(pos, pos.side, end);
-    end = generate_quiets(pos, pos.side, end, NO_SQUARE);
-    int n = 0;
-    for (MoveEntry *e = list; e < end; e++)
-        if (legal_move(pos, pos.side, e->move)) out[n++] = e->move;
-    return n;
-}
-
 // Random games from a position; every position reached is kept.
 void play_out(const std::string &start, int games, int plies, u64 &seed,
               std::vector<std::string> &out) {

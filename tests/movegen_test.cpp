@@ -37,24 +37,7 @@ std::string move_name(Move m, int moved) {
     return s;
 }
 
-Move parse(const char *text) {
-    Move m = make_move_code(sq_of(text), sq_of(text + 2));
-    switch (text[4]) {
-        case 'q':
-            m |= FLAG_QUEEN;
-            break;
-        case 'n':
-            m |= FLAG_KNIGHT;
-            break;
-        case 'b':
-            m |= FLAG_BISHOP;
-            break;
-        case 'r':
-            m |= FLAG_ROOK;
-            break;
-    }
-    return m;
-}
+Move parse(const char *text) { return coord_move(text); }
 
 Move castle(const char *from, const char *to, bool is_short) {
     return make_move_code(sq_of(from), sq_of(to),

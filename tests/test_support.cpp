@@ -28,3 +28,17 @@ const char *shared_path(const char *relative) {
     path = std::string(QUILLON_SHARED_DIR) + "/" + relative;
     return path.c_str();
 }
+
+Move coord_move(const char *text) {
+    auto square = [](const char *name) {
+        return (name[0] - 'a') + 8 * (name[1] - '1');
+    };
+    Move m = make_move_code(square(text), square(text + 2));
+    switch (text[4]) {
+        case 'q': return m | FLAG_QUEEN;
+        case 'n': return m | FLAG_KNIGHT;
+        case 'b': return m | FLAG_BISHOP;
+        case 'r': return m | FLAG_ROOK;
+        default: return m;
+    }
+}

@@ -12,3 +12,6 @@ void init_engine_for_tests();
 Position &test_position(const char *fen);
 // Path of a file in the shared data folder.
 const char *shared_path(const char *relative);
+// A move from its coordinates ("e2e4", "e7e8q"), flags from the suffix;
+// castling is given as the king's g- or c-file move with its own flag.
+Move coord_move(const char *text);

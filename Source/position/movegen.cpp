@@ -198,3 +198,15 @@ void generate_all(Position &pos) {
     if (w->ply + 1 < PLY_RECORDS) w->plies[w->ply + 1].list_start = end + 1;
     if (w->ply + 2 < PLY_RECORDS) w->plies[w->ply + 2].list_start = end + 2;
 }
+
+int legal_moves(Position &pos, Move *out) {
+    MoveEntry list[MAX_MOVES];
+    MoveEntry *end = generate_captures(pos, pos.side, list, NO_SQUARE);
+    end = generate_promotions(pos, pos.side, 1, end);
+    end = generate_seventh_pushes(pos, pos.side, end);
+    end = generate_quiets(pos, pos.side, end, NO_SQUARE);
+    int n = 0;
+    for (MoveEntry *e = list; e < end; e++)
+        if (legal_move(pos, pos.side, e->move)) out[n++] = e->move;
+    return n;
+}

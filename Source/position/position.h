@@ -158,6 +158,11 @@ MoveEntry *generate_seventh_pushes(const Position &pos, int side,
 MoveEntry *generate_quiets(const Position &pos, int side, MoveEntry *list,
                            int target);
 void generate_all(Position &pos);
+// No list of one position is longer: a side has at most 16 men.
+constexpr int MAX_MOVES = 448;
+// The legal moves of the side to move, in generation order, written to
+// `out` (room for MAX_MOVES); the Worker's lists are left alone.
+int legal_moves(Position &pos, Move *out);
 int legal_move(Position &pos, int side, Move move);
 
 // Making and unmaking moves, hash keys, castling set-up.

@@ -12,7 +12,7 @@ constexpr int PV_LENGTH = 81;
 
 // Every list of a ply fits in 448 entries: a side has at most 16 men (the
 // board reader keeps it so), and 15 queens and a king reach no further.
-constexpr int MAX_LIST_LENGTH = 448;
+constexpr int MAX_LIST_LENGTH = MAX_MOVES;
 constexpr int MOVE_POOL_SIZE = PLY_RECORDS * MAX_LIST_LENGTH + 4;
 
 struct PlyRecord {
@@ -109,3 +109,14 @@ int see_safe(const Position &pos, Move move);
 // Flag byte: 1 capture, 2 check, plus 48 / 40 / 32 for pawns reaching the
 // eighth, seventh or (safely) sixth rank.
 int classify_move(Position &pos, int side, const MoveEntry &entry);
+
+// Counts the legal move paths of `depth` plies from the Worker's position
+// into node_count, through the move picker at `ply` and below; the last
+// ply is counted by the legality test without making the moves.  `side`
+// is the side to move and `ply` the Worker's current ply.
+void perft(Worker *worker, int side, int ply, int depth);
+
+// 1 if the position is drawn by the fifty-move rule or by repetition.  `ply`
+// is the search ply (1 at the root); 0 or less asks for the front end's
+// reading.
+int is_draw(Position &pos, int ply);
