@@ -15,6 +15,7 @@
 #include "frontend/output.h"
 #include "frontend/switches.h"
 #include "position/position.h"
+#include "search/hash.h"
 #include "search/search.h"
 
 // The folder the executable was started from, as an absolute path with
@@ -102,7 +103,7 @@ static void dispatch(i32 mode) {
 
 // Every mode ends here.
 static int shut_down(int result) {
-    // The main hash table is freed here once it exists.
+    hash_free();
     pthread_mutex_destroy(&engine_mutex);
     // Spin locks hold no resources: nothing to destroy.
     close_log();
@@ -157,10 +158,9 @@ int engine_main(int argc, char **argv) {
     std::snprintf(line, sizeof line, "info string Hello from %s",
                   ENGINE_VERSION);
     print_line(line);
-    // 16. A small table for a small search.  The table itself is allocated
-    // here once the hash code is in; its keys are made with it.
+    // 16. A small table for a small search; the keys come with the table.
     shrink_hash_for_small_search();
-    init_hash_keys();
+    if (!hash_allocate()) return shut_down(1);
     // 17. Log.
     if (settings.log && !log_file) open_log();
     // 18. Timer resolution: Linux sleeps and clocks already have a fine

@@ -23,6 +23,11 @@
 namespace {
 
 constexpr const char *GREETING = "info string Hello from Quillon 6.50";
+// Start-up reports the hash table it allocated, of `mb` megabytes.
+std::string allocated(int mb) {
+    return "info string allocated " + std::to_string(mb) +
+           " Mbytes for hash table\n";
+}
 constexpr const char *TUNER_NOTICE = "Need to compile with 'make ttune'\n\n";
 
 struct RunResult {
@@ -145,7 +150,7 @@ TEST_F(EntryTest, NoArgumentsGreetsFirstAndEndsCleanly) {
 TEST_F(EntryTest, MkConfigStartsAndEndsWritingNoFile) {
     RunResult r = run_engine({"-mkconfig"}, dir);
     EXPECT_EQ(r.exit_code, 0) << r.err;
-    EXPECT_EQ(r.out, std::string(GREETING) + "\n");
+    EXPECT_EQ(r.out, std::string(GREETING) + "\n" + allocated(64));
     EXPECT_TRUE(dir_is_empty());
 }
 
@@ -198,7 +203,12 @@ TEST_F(EntryTest, MissingValuesAtTheEndOfTheLine) {
           "-tbpath", "-o", "-mpv", "-noise", "-lr", "-mbatch"}) {
         RunResult r = run_engine({"-mkconfig", word}, dir);
         EXPECT_EQ(r.exit_code, 0) << word << r.err;
-        EXPECT_EQ(r.out, std::string(GREETING) + "\n") << word;
+        // A missing depth reads as 0 and shrinks the table to 1 MB; a
+        // missing size reads as 0 MB.
+        int mb = std::string(word) == "-d"      ? 1
+                 : std::string(word) == "-hash" ? 0
+                                                : 64;
+        EXPECT_EQ(r.out, std::string(GREETING) + "\n" + allocated(mb)) << word;
     }
 }
 
@@ -206,8 +216,8 @@ TEST_F(EntryTest, LogSwitchReplacesTheOldLog) {
     std::ofstream(dir + "/quillon.log") << "an old run\n";
     RunResult r = run_engine({"-log", "-mkconfig"}, dir);
     EXPECT_EQ(r.exit_code, 0) << r.err;
-    // The greeting comes before the log is opened.
-    EXPECT_EQ(r.out, std::string(GREETING) + "\n");
+    // The greeting and the hash table come before the log is opened.
+    EXPECT_EQ(r.out, std::string(GREETING) + "\n" + allocated(64));
     EXPECT_TRUE(std::filesystem::is_regular_file(dir + "/quillon.log"));
     EXPECT_EQ(file_text("quillon.log"), "");
 }
@@ -216,7 +226,8 @@ TEST_F(EntryTest, LogInUseRunsWithoutALog) {
     std::filesystem::create_directories(dir + "/quillon.log/held");
     RunResult r = run_engine({"-log", "-mkconfig"}, dir);
     EXPECT_EQ(r.exit_code, 0) << r.err;
-    EXPECT_EQ(r.out, std::string(GREETING) + "\nlog file in use.\n");
+    EXPECT_EQ(r.out, std::string(GREETING) + "\n" + allocated(64) +
+                         "log file in use.\n");
 }
 
 TEST_F(EntryTest, QuietWinsOverAnEarlierLog) {
