@@ -1,5 +1,7 @@
 // perft_suite FILE MAXDEPTH: checks every "FEN ;D1 n ;D2 n ..." line of an
-// EPD file up to MAXDEPTH and ends with "N passed, N failed".
+// EPD file up to MAXDEPTH and ends with "N passed, N failed".  The counts
+// go through the staged move picker, so a pass also says that the picker
+// hands out every legal move exactly once.
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
