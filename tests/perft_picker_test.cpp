@@ -14,33 +14,6 @@
 
 namespace {
 
-struct SuiteLine {
-    std::string fen;
-    std::map<int, u64> counts;  // by depth
-};
-
-std::vector<SuiteLine> load(const char *file) {
-    std::vector<SuiteLine> lines;
-    FILE *f = std::fopen(shared_path(file), "r");
-    if (!f) return lines;
-    char buffer[1024];
-    while (std::fgets(buffer, sizeof buffer, f)) {
-        char *cut = std::strchr(buffer, ';');
-        if (!cut) continue;
-        SuiteLine line;
-        line.fen.assign(buffer, cut);
-        for (char *at = cut; at; at = std::strchr(at + 1, ';')) {
-            int depth = 0;
-            unsigned long long n = 0;
-            if (std::sscanf(at, ";D%d %llu", &depth, &n) == 2)
-                line.counts[depth] = n;
-        }
-        lines.push_back(line);
-    }
-    std::fclose(f);
-    return lines;
-}
-
 // Fills history, killers, counters and follow-ups with noise, so that the
 // picker's order differs from a fresh Worker's at every level.
 void scramble_ordering(Worker *w, unsigned seed) {
@@ -91,7 +64,7 @@ struct PerftPickerTest : testing::Test {
 };
 
 TEST_F(PerftPickerTest, StandardSuiteToDepth3WithScrambledOrdering) {
-    std::vector<SuiteLine> lines = load("data/perft_standard.epd");
+    std::vector<PerftLine> lines = load_perft_suite("data/perft_standard.epd");
     ASSERT_EQ(lines.size(), 138u);
     scramble_ordering(front_worker, 12345);
     for (size_t i = 0; i < lines.size(); i++)
@@ -105,7 +78,8 @@ TEST_F(PerftPickerTest, StandardSuiteToDepth3WithScrambledOrdering) {
 }
 
 TEST_F(PerftPickerTest, Chess960SuiteToDepth2OnASearchWorker) {
-    std::vector<SuiteLine> lines = load("data/perft_chess960_quillon.epd");
+    std::vector<PerftLine> lines =
+        load_perft_suite("data/perft_chess960_quillon.epd");
     ASSERT_EQ(lines.size(), 960u);
     for (size_t i = 0; i < lines.size(); i++) {
         test_position(lines[i].fen.c_str());

@@ -16,33 +16,6 @@
 
 namespace {
 
-struct PerftLine {
-    std::string fen;
-    std::map<int, u64> counts;  // by depth
-};
-
-std::vector<PerftLine> load(const char *file) {
-    std::vector<PerftLine> lines;
-    FILE *f = std::fopen(shared_path(file), "r");
-    if (!f) return lines;
-    char buffer[1024];
-    while (std::fgets(buffer, sizeof buffer, f)) {
-        char *cut = std::strchr(buffer, ';');
-        if (!cut) continue;
-        PerftLine line;
-        line.fen.assign(buffer, cut);
-        for (char *at = cut; at; at = std::strchr(at + 1, ';')) {
-            int depth = 0;
-            unsigned long long n = 0;
-            if (std::sscanf(at, ";D%d %llu", &depth, &n) == 2)
-                line.counts[depth] = n;
-        }
-        lines.push_back(line);
-    }
-    std::fclose(f);
-    return lines;
-}
-
 // The same walk as perft_count, but a castling move is also thrown out
 // when the king stands attacked after it: the full rule of chess, which
 // looks at a slider the castling rook had been shielding.
@@ -68,7 +41,7 @@ u64 reference_count(Position &pos, int depth) {
 }
 
 TEST(Perft, StandardSuiteToDepth3) {
-    std::vector<PerftLine> lines = load("data/perft_standard.epd");
+    std::vector<PerftLine> lines = load_perft_suite("data/perft_standard.epd");
     ASSERT_EQ(lines.size(), 138u);
     for (size_t i = 0; i < lines.size(); i++)
         for (auto [depth, expected] : lines[i].counts) {
@@ -93,7 +66,8 @@ TEST(Perft, CountingLeavesTheStackAsItWas) {
 }
 
 TEST(Perft, Chess960QuillonSuiteToDepth2) {
-    std::vector<PerftLine> lines = load("data/perft_chess960_quillon.epd");
+    std::vector<PerftLine> lines =
+        load_perft_suite("data/perft_chess960_quillon.epd");
     ASSERT_EQ(lines.size(), 960u);
     for (size_t i = 0; i < lines.size(); i++)
         for (int depth = 1; depth <= 2; depth++) {
@@ -107,8 +81,9 @@ TEST(Perft, Chess960QuillonSuiteToDepth2) {
 TEST(Perft, Chess960ReferenceGivesPublicCountsToDepth3) {
     // The full rule reproduces the public list on all 960 lines; where the
     // two lists agree, Quillon's own count gives the same numbers.
-    std::vector<PerftLine> pub = load("data/perft_chess960.epd");
-    std::vector<PerftLine> own = load("data/perft_chess960_quillon.epd");
+    std::vector<PerftLine> pub = load_perft_suite("data/perft_chess960.epd");
+    std::vector<PerftLine> own =
+        load_perft_suite("data/perft_chess960_quillon.epd");
     ASSERT_EQ(pub.size(), 960u);
     ASSERT_EQ(own.size(), 960u);
     int agreeing = 0;
@@ -129,8 +104,9 @@ TEST(Perft, Chess960ReferenceGivesPublicCountsToDepth3) {
 }
 
 TEST(Perft, Chess960DifferencesAreExactlyTheCastlingRule) {
-    std::vector<PerftLine> pub = load("data/perft_chess960.epd");
-    std::vector<PerftLine> own = load("data/perft_chess960_quillon.epd");
+    std::vector<PerftLine> pub = load_perft_suite("data/perft_chess960.epd");
+    std::vector<PerftLine> own =
+        load_perft_suite("data/perft_chess960_quillon.epd");
     ASSERT_EQ(pub.size(), 960u);
     ASSERT_EQ(own.size(), 960u);
     std::vector<size_t> differing;

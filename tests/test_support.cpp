@@ -1,5 +1,7 @@
 #include "test_support.h"
 
+#include <cstdio>
+#include <cstring>
 #include <string>
 
 void init_engine_for_tests() {
@@ -35,10 +37,37 @@ Move coord_move(const char *text) {
     };
     Move m = make_move_code(square(text), square(text + 2));
     switch (text[4]) {
-        case 'q': return m | FLAG_QUEEN;
-        case 'n': return m | FLAG_KNIGHT;
-        case 'b': return m | FLAG_BISHOP;
-        case 'r': return m | FLAG_ROOK;
-        default: return m;
+        case 'q':
+            return m | FLAG_QUEEN;
+        case 'n':
+            return m | FLAG_KNIGHT;
+        case 'b':
+            return m | FLAG_BISHOP;
+        case 'r':
+            return m | FLAG_ROOK;
+        default:
+            return m;
     }
+}
+
+std::vector<PerftLine> load_perft_suite(const char *file) {
+    std::vector<PerftLine> lines;
+    FILE *f = std::fopen(shared_path(file), "r");
+    if (!f) return lines;
+    char buffer[1024];
+    while (std::fgets(buffer, sizeof buffer, f)) {
+        char *cut = std::strchr(buffer, ';');
+        if (!cut) continue;
+        PerftLine line;
+        line.fen.assign(buffer, cut);
+        for (char *at = cut; at; at = std::strchr(at + 1, ';')) {
+            int depth = 0;
+            unsigned long long n = 0;
+            if (std::sscanf(at, ";D%d %llu", &depth, &n) == 2)
+                line.counts[depth] = n;
+        }
+        lines.push_back(line);
+    }
+    std::fclose(f);
+    return lines;
 }

@@ -1,6 +1,10 @@
 // Shared set-up for the unit tests.
 #pragma once
 
+#include <map>
+#include <string>
+#include <vector>
+
 #include "frontend/frontend.h"
 #include "frontend/notation.h"
 #include "position/position.h"
@@ -15,3 +19,11 @@ const char *shared_path(const char *relative);
 // A move from its coordinates ("e2e4", "e7e8q"), flags from the suffix;
 // castling is given as the king's g- or c-file move with its own flag.
 Move coord_move(const char *text);
+
+// One line of a perft suite: the position and its counts by depth.
+struct PerftLine {
+    std::string fen;
+    std::map<int, u64> counts;
+};
+// Reads a "FEN ;D1 n ;D2 n ..." file from the shared data folder.
+std::vector<PerftLine> load_perft_suite(const char *file);

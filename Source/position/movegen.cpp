@@ -33,19 +33,6 @@ static MoveEntry *add_pawn_moves(const Position &pos, MoveEntry *list,
     return list;
 }
 
-static u64 piece_attacks(int type, int sq, u64 occupied) {
-    switch (type) {
-        case KNIGHT:
-            return knight_attacks[sq];
-        case BISHOP:
-            return bishop_attacks(sq, occupied);
-        case ROOK:
-            return rook_attacks(sq, occupied);
-        default:
-            return bishop_attacks(sq, occupied) | rook_attacks(sq, occupied);
-    }
-}
-
 // Knights, bishops, rooks, queens in that order, each onto `allowed`.
 static MoveEntry *add_piece_moves(const Position &pos, int side,
                                   MoveEntry *list, u64 allowed) {

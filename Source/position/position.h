@@ -146,6 +146,20 @@ inline u64 rook_attacks(int sq, u64 occupied) {
            ray_west[w];
 }
 
+// Squares a knight, bishop, rook or queen on `sq` attacks.
+inline u64 piece_attacks(int type, int sq, u64 occupied) {
+    switch (type) {
+        case KNIGHT:
+            return knight_attacks[sq];
+        case BISHOP:
+            return bishop_attacks(sq, occupied);
+        case ROOK:
+            return rook_attacks(sq, occupied);
+        default:
+            return bishop_attacks(sq, occupied) | rook_attacks(sq, occupied);
+    }
+}
+
 int square_attacked(const Position &pos, int sq, int by_colour);
 
 // Move generation (pseudo-legal); each returns the end of what it wrote.

@@ -44,19 +44,6 @@ static MoveEntry *add_pawn_checks(const Position &pos, int side,
     return list;
 }
 
-static u64 reach(int type, int sq, u64 occupied) {
-    switch (type) {
-        case KNIGHT:
-            return knight_attacks[sq];
-        case BISHOP:
-            return bishop_attacks(sq, occupied);
-        case ROOK:
-            return rook_attacks(sq, occupied);
-        default:
-            return bishop_attacks(sq, occupied) | rook_attacks(sq, occupied);
-    }
-}
-
 // Every piece of one kind, lowest square first, onto `targets`.
 static MoveEntry *add_piece_checks(const Position &pos, int side, int type,
                                    MoveEntry *list, u64 targets) {
@@ -64,7 +51,7 @@ static MoveEntry *add_piece_checks(const Position &pos, int side, int type,
     u64 occupied = occupied_squares(pos);
     for (u64 b = pos.bitboards[side][type]; b; b = clear_first_bit(b)) {
         int from = first_bit(b);
-        for (u64 t = reach(type, from, occupied) & targets; t;
+        for (u64 t = piece_attacks(type, from, occupied) & targets; t;
              t = clear_first_bit(t))
             list = add_check(pos, list, from, first_bit(t));
     }
