@@ -13,8 +13,6 @@
 
 namespace {
 
-int sq_of(const char *name) { return (name[0] - 'a') + 8 * (name[1] - '1'); }
-
 int slow_count(u64 b) {
     int n = 0;
     for (int s = 0; s < 64; s++) n += (b >> s) & 1;

@@ -13,8 +13,6 @@
 
 namespace {
 
-int sq_of(const char *name) { return (name[0] - 'a') + 8 * (name[1] - '1'); }
-
 Move parse(const char *text) { return coord_move(text); }
 
 Move castle(const char *from, const char *to, bool is_short) {

@@ -15,26 +15,6 @@
 
 namespace {
 
-int sq_of(const char *name) { return (name[0] - 'a') + 8 * (name[1] - '1'); }
-
-std::string square_name(int sq) {
-    return std::string{static_cast<char>('a' + sq % 8),
-                       static_cast<char>('1' + sq / 8)};
-}
-
-// "e2e4", "a7a8q" for promotions, "e1g1 O-O" for castling.
-std::string move_name(Move m, int moved) {
-    std::string s = square_name(move_from(m)) + square_name(move_to(m));
-    int flags = m & FLAG_MASK;
-    if (flags && piece_type(moved) == KING)
-        return s + (flags == FLAG_SHORT ? " O-O" : " O-O-O");
-    if (flags == FLAG_QUEEN) s += "q";
-    if (flags == FLAG_KNIGHT) s += "n";
-    if (flags == FLAG_BISHOP) s += "b";
-    if (flags == FLAG_ROOK) s += "r";
-    return s;
-}
-
 struct Picked {
     std::string move;
     int score;

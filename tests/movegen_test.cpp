@@ -12,31 +12,6 @@
 
 namespace {
 
-int sq_of(const char *name) { return (name[0] - 'a') + 8 * (name[1] - '1'); }
-
-std::string square_name(int sq) {
-    return std::string{static_cast<char>('a' + sq % 8),
-                       static_cast<char>('1' + sq / 8)};
-}
-
-// "e2e4", promotions with a piece letter ("b7b8q"), castling marked with
-// its kind ("e1g1 O-O", "e1c1 O-O-O").
-std::string move_name(Move m, int moved) {
-    std::string s = square_name(move_from(m)) + square_name(move_to(m));
-    int flags = m & FLAG_MASK;
-    if (flags && piece_type(moved) == KING)
-        s += flags == FLAG_SHORT  ? " O-O"
-             : flags == FLAG_LONG ? " O-O-O"
-                                  : " ?";
-    else if (flags)
-        s += flags == FLAG_QUEEN    ? "q"
-             : flags == FLAG_KNIGHT ? "n"
-             : flags == FLAG_BISHOP ? "b"
-             : flags == FLAG_ROOK   ? "r"
-                                    : "?";
-    return s;
-}
-
 Move parse(const char *text) { return coord_move(text); }
 
 Move castle(const char *from, const char *to, bool is_short) {

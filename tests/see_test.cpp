@@ -6,8 +6,6 @@
 
 namespace {
 
-int sq_of(const char *name) { return (name[0] - 'a') + 8 * (name[1] - '1'); }
-
 // Coordinates, with "k" after a king's two-square step for short castling.
 Move mv(const char *text) {
     Move m = coord_move(text);

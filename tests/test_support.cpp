@@ -71,3 +71,26 @@ std::vector<PerftLine> load_perft_suite(const char *file) {
     std::fclose(f);
     return lines;
 }
+
+int sq_of(const char *name) { return (name[0] - 'a') + 8 * (name[1] - '1'); }
+
+std::string square_name(int sq) {
+    return std::string{static_cast<char>('a' + sq % 8),
+                       static_cast<char>('1' + sq / 8)};
+}
+
+std::string move_name(Move m, int moved) {
+    std::string s = square_name(move_from(m)) + square_name(move_to(m));
+    int flags = m & FLAG_MASK;
+    if (flags && piece_type(moved) == KING)
+        return s + (flags == FLAG_SHORT  ? " O-O"
+                    : flags == FLAG_LONG ? " O-O-O"
+                                         : " ?");
+    if (flags)
+        s += flags == FLAG_QUEEN    ? "q"
+             : flags == FLAG_KNIGHT ? "n"
+             : flags == FLAG_BISHOP ? "b"
+             : flags == FLAG_ROOK   ? "r"
+                                    : "?";
+    return s;
+}

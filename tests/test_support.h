@@ -27,3 +27,10 @@ struct PerftLine {
 };
 // Reads a "FEN ;D1 n ;D2 n ..." file from the shared data folder.
 std::vector<PerftLine> load_perft_suite(const char *file);
+
+// Square number of a name such as "e4".
+int sq_of(const char *name);
+std::string square_name(int sq);
+// "e2e4", promotions with a piece letter ("b7b8q"), castling marked with
+// its kind ("e1g1 O-O", "e1c1 O-O-O").
+std::string move_name(Move m, int moved);
