@@ -4,6 +4,10 @@
 #include <cstring>
 #include <string>
 
+#include "frontend/strength.h"
+#include "search/hash.h"
+#include "tools/bench.h"
+
 void init_engine_for_tests() {
     init_attack_tables();
     init_hash_keys();
@@ -93,4 +97,24 @@ std::string move_name(Move m, int moved) {
              : flags == FLAG_ROOK   ? "r"
                                     : "?";
     return s;
+}
+
+SearchOutcome run_search(const char *fen, int depth, int threads, u64 nodes) {
+    // No calibration runs in the tests: a fixed speed stands in for it, so
+    // that no speed limit is held.
+    settings.calib_nps = 1000000.0f;
+    settings.calib_elo = elo_of_speed(settings.calib_nps);
+    settings.limit_strength = 0;
+    settings.level_moves = 1;
+    settings.level_time = 99.0f;
+    settings.noise = 9999.0f;
+    settings.max_depth = static_cast<i8>(depth);
+    settings.max_nodes = nodes;
+    settings.threads = static_cast<i16>(threads);
+    if (!hash_table) hash_allocate();
+    test_position(fen);
+    search_to_end();
+    SearchOutcome out{status.pv[1], status.score, status.best_depth,
+                      status.nodes, workers[0] ? workers[0]->node_count : 0};
+    return out;
 }

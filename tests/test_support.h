@@ -34,3 +34,16 @@ std::string square_name(int sq);
 // "e2e4", promotions with a piece letter ("b7b8q"), castling marked with
 // its kind ("e1g1 O-O", "e1c1 O-O-O").
 std::string move_name(Move m, int moved);
+
+// What a finished search left in the search status.
+struct SearchOutcome {
+    Move best_move;
+    int score;
+    int best_depth;
+    u64 nodes;       // all threads
+    u64 main_nodes;  // the main search thread's own count
+};
+// Searches `fen` to `depth` (and at most `nodes` per thread when not 0) on
+// `threads` threads, silently, with a cleared hash, and waits for the end.
+SearchOutcome run_search(const char *fen, int depth, int threads = 1,
+                         u64 nodes = 0);

@@ -75,6 +75,8 @@ void take_settings_snapshot();
 constexpr u16 STATE_THINKING = 1;
 constexpr u16 STATE_PONDERING = 2;
 constexpr u16 STATE_BENCH = 4;
+// Any of the low four bits: a search of some kind is under way.
+constexpr u16 STATE_SEARCH_BITS = 15;
 constexpr u16 STATE_REQUEST_THINK = 16;
 constexpr u16 STATE_REQUEST_PONDER = 32;
 constexpr u16 STATE_FINISHED = 64;
@@ -114,6 +116,14 @@ struct SearchStatus {
     i32 tb_result;
     u16 tb_move;
     i32 count[4];
+    // Per colour: the score a tablebase result at the root stands for.
+    i16 tb_score[2];
+    // The last depth the main search finished, and when.
+    i8 finished_depth;
+    f32 finished_time;
+    // Best move and score of each MultiPV line.
+    u16 multipv_move[256];
+    i16 multipv_score[256];
 };
 
 extern SearchStatus status;
@@ -121,9 +131,18 @@ extern SearchStatus status;
 // The values the entry point gives the search status before anything runs.
 void set_default_status();
 
-inline u16 load_state() { return status.state.load(std::memory_order_relaxed); }
+// The search thread sets STATE_FINISHED with release order as its last
+// act; a reader that sees the bit (acquire) also sees the result it left.
+inline u16 load_state() { return status.state.load(std::memory_order_acquire); }
 inline void store_state(u16 v) {
     status.state.store(v, std::memory_order_relaxed);
+}
+inline void add_state_bits(u16 bits) {
+    status.state.fetch_or(bits, std::memory_order_release);
+}
+inline i8 load_depth() { return status.depth.load(std::memory_order_acquire); }
+inline void store_depth(i8 v) {
+    status.depth.store(v, std::memory_order_release);
 }
 inline u8 load_stop() { return status.stop.load(std::memory_order_relaxed); }
 inline void store_stop(u8 v) {

@@ -128,13 +128,14 @@ static QuietBonuses quiet_bonuses(const Worker *w, int ply) {
     // The replies stored for the last two moves; after a null move there
     // are none.
     const MoveEntry &m1 = *w->plies[ply - 1].current;
-    const MoveEntry &m2 = *w->plies[ply - 2].current;
     Move counter = 0, counter2 = 0, followup = 0;
     if (m1.move != NO_MOVE) {
         counter = w->counter_move[m1.moved & 15][move_to(m1.move)];
         counter2 = w->counter_move2[m1.moved & 15][move_to(m1.move)];
-        if (m2.move != NO_MOVE)
-            followup = w->followup_move[m2.moved & 15][move_to(m2.move)];
+        // The root has no move two plies before it.
+        const MoveEntry *m2 = ply >= 2 ? w->plies[ply - 2].current : nullptr;
+        if (m2 && m2->move != NO_MOVE)
+            followup = w->followup_move[m2->moved & 15][move_to(m2->move)];
     }
     if (record.in_check)
         return {{record.evasion_killer, counter, counter2}, {60, 55, 50}, 3};
@@ -241,4 +242,26 @@ MoveEntry *next_move(const Position &pos) {
         }
     }
     return nullptr;
+}
+
+void order_root_moves(const Position &pos, Worker *w) {
+    // Every memory is empty when the root is ordered, so quiet moves start
+    // from their history alone; the bonuses are read all the same.
+    QuietBonuses bonuses = quiet_bonuses(w, 1);
+    Move hash_move = w->plies[1].hash_move;
+    for (MoveEntry *e = w->plies[1].list_start; e->move != END_OF_LIST; e++) {
+        if (e->move == hash_move) {
+            e->score = HASH_MOVE_SCORE;
+        } else if (e->captured != 0) {
+            e->score = exchange_score(pos, *e);
+        } else {
+            int score = w->history[e->moved & 15][move_to(e->move)] / 256;
+            for (int i = 0; i < bonuses.count; i++)
+                if (e->move == bonuses.move[i]) {
+                    score += bonuses.bonus[i];
+                    break;
+                }
+            e->score = static_cast<i16>(score);
+        }
+    }
 }

@@ -49,3 +49,8 @@ MoveEntry *next_move(const Position &pos);
 // castling are left out.  Scores are left as they were.
 MoveEntry *generate_quiet_checks(const Position &pos, int side,
                                  MoveEntry *list);
+
+// Orders the root list of ply 1 before the first iteration: the hash
+// move, good captures by victim and attacker, losing captures by victim,
+// quiet moves by history and the reply memories.
+void order_root_moves(const Position &pos, Worker *w);

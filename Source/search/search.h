@@ -3,6 +3,7 @@
 #pragma once
 
 #include "../eval/eval.h"
+#include "../frontend/frontend.h"
 #include "../frontend/spinlock.h"
 #include "../position/position.h"
 
@@ -106,6 +107,9 @@ int swap_value(const Position &pos, int side, int sq, int type, u64 occupancy);
 int see_move(const Position &pos, int side, int from, int to);
 // 1 if the move loses no more than 70 in the exchange that follows.
 int see_safe(const Position &pos, Move move);
+// 1 if the move checks with the moved (or promoted) piece, discovered
+// checks included; the position is left as it was.
+int gives_check(Position &pos, int side, const MoveEntry &entry);
 // Flag byte: 1 capture, 2 check, plus 48 / 40 / 32 for pawns reaching the
 // eighth, seventh or (safely) sixth rank.
 int classify_move(Position &pos, int side, const MoveEntry &entry);
@@ -120,3 +124,65 @@ void perft(Worker *worker, int side, int ply, int depth);
 // is the search ply (1 at the root); 0 or less asks for the front end's
 // reading.
 int is_draw(Position &pos, int ply);
+
+// Scores: centipawns for the side to move; 10001 is infinity, 10000 - ply
+// a mate given at `ply`, 9799 - ply a tablebase win.
+constexpr int INFINITE_SCORE = 10001;
+constexpr int MATE_SCORE = 10000;
+// Beyond this a score is proven, not judged.
+constexpr int PROVEN_SCORE = 9000;
+// Node types: a principal-variation node, an expected cut, an expected
+// all-node.
+constexpr int NODE_PV = 0;
+constexpr int NODE_CUT = 1;
+constexpr int NODE_ALL = -1;
+// A line of moves indexed by ply, 0 ending it.  One word more than the
+// deepest ply, since a node at the last ply still clears its child's slot.
+constexpr int LINE_LENGTH = PV_LENGTH + 1;
+// The deepest ply a line reaches; a node beyond it is only evaluated.
+constexpr int MAX_SEARCH_PLY = 80;
+
+// Copies a child's line from `from` on, its 0 word included, at most
+// through the deepest ply.
+inline void copy_line(u16 *line, const u16 *child, int from) {
+    for (int i = from; i <= MAX_SEARCH_PLY; i++) {
+        line[i] = child[i];
+        if (child[i] == 0) break;
+    }
+}
+
+// The recursive search.  Each returns the score for `side` (0 after a
+// stop) and leaves its best line in `line` from `ply` on.
+int search_node(Position &pos, int side, int ply, int depth, int alpha,
+                int beta, int node_type, u16 *line);
+int search_moves(Position &pos, int side, int ply, int depth, int alpha,
+                 int beta, int node_type, u16 *line);
+int search_quiesce(Position &pos, int side, int ply, int depth, int alpha,
+                   int beta, int node_type, u16 *line);
+
+// Iterative deepening on the thread's Worker; results stand in the
+// search status.  Slot 0 is the main search, the others its helpers.
+void search_root(int thread_id);
+
+// Publishes the main Worker's best line and prints it.
+void report_best(Worker *worker);
+// One info line (or the console's line) for `line`, moves from index 1.
+void print_search_line(int thread, int multipv_number, int depth, int score,
+                       const u16 *line);
+// The "info depth ... currmove" lines a long search prints before each
+// root move; `first` marks the first move of a pass.
+void print_progress(Move move, int move_count, int first);
+// Sums the Workers' counters into the search status.
+void aggregate_counters();
+// Guards aggregate_counters with the printing of a line; taken before
+// output_lock.
+extern SpinLock info_lock;
+
+// Thread functions: the main search (it prepares Worker 0, runs the
+// helpers and the main search, and ends its own thread) and a helper.
+void *start_search(void *arg);
+// Starts the main search thread, detached; it sets STATE_FINISHED when
+// the search is over and its helpers are gone.
+void launch_search();
+void run_helpers();
+void *helper_main(void *arg);

@@ -67,7 +67,7 @@ int see_safe(const Position &pos, Move move) {
 // Whether the move checks: the moved (or promoted) piece is put on its
 // target for the moment, so discovered checks count; a castling rook's
 // check does not, and a pawn taken en passant stays in the occupancy.
-static int gives_check(Position &pos, int side, const MoveEntry &entry) {
+int gives_check(Position &pos, int side, const MoveEntry &entry) {
     int from = move_from(entry.move), to = move_to(entry.move);
     int type = piece_type(entry.moved);
     if (type == PAWN && (entry.move & FLAG_MASK)) {

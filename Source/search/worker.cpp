@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "../frontend/frontend.h"
+#include "../frontend/relaxed.h"
 #include "../frontend/spinlock.h"
 #include "search.h"
 
@@ -31,8 +32,12 @@ void reset_move_lists(Worker *w) {
 
 int init_worker(int slot) {
     // 1.
-    if (!workers[slot]) workers[slot] = allocate_worker();
-    Worker *w = workers[slot];
+    // Other threads read the slots while this one fills its own.
+    Worker *w = relaxed_load(workers[slot]);
+    if (!w) {
+        w = allocate_worker();
+        relaxed_store(workers[slot], w);
+    }
     if (!w) return -1;
 
     // 2.

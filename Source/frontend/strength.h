@@ -1,0 +1,9 @@
+// The strength limit: playing weaker means searching slower.
+#pragma once
+
+#include "frontend.h"
+
+// The Elo the model gives a speed in nodes per second.
+f32 elo_of_speed(f32 nps);
+// Sets the search's target speed and the Elo in force for this search.
+void settle_strength();

@@ -1,0 +1,70 @@
+// The threads of one search: the main search thread, which starts the
+// helpers, searches, and joins them; and the helpers, which search the same
+// root on their own Workers and meet the others only in the hash table.
+#include <pthread.h>
+#include <sched.h>
+
+#include <cstdlib>
+
+#include "../frontend/relaxed.h"
+#include "../frontend/time_control.h"
+#include "search.h"
+
+void *start_search(void *arg) {
+    if (*static_cast<int *>(arg) == 0) {
+        if (init_worker(0) != 0) std::exit(-1);
+        run_helpers();
+    }
+    return nullptr;
+}
+
+void run_helpers() {
+    int threads = settings.threads;
+    if (threads > MAX_THREADS) threads = MAX_THREADS;
+    // 1.
+    int slots[MAX_THREADS];
+    pthread_t helpers[MAX_THREADS];
+    for (int slot = 1; slot < threads; slot++) {
+        slots[slot] = slot;
+        if (pthread_create(&helpers[slot], nullptr, helper_main,
+                           &slots[slot]) != 0)
+            std::exit(-1);
+    }
+    // 2.
+    if (threads > 0 && !load_stop()) search_root(0);
+    // 3.
+    aggregate_counters();
+    // 4.
+    for (int slot = 1; slot < threads; slot++) {
+        if (pthread_join(helpers[slot], nullptr) != 0) std::exit(-1);
+        free_worker(relaxed_load(workers[slot]));
+        relaxed_store(workers[slot], nullptr);
+    }
+    // 5. A ponder search waits for the think cycle to take its result.
+    while ((load_state() & STATE_PONDERING) &&
+           !(load_state() & STATE_STOP_RECEIVED))
+        sleep_milliseconds(1);
+    add_state_bits(STATE_FINISHED);
+}
+
+void *helper_main(void *arg) {
+    int slot = *static_cast<int *>(arg);
+    // 1. A helper without memory takes no part.
+    if (init_worker(slot) != 0) return nullptr;
+    // 2. Helpers begin once the main search has finished depth 1.
+    while (load_depth() < 2 && !load_stop()) sched_yield();
+    // 3.
+    if (slot < settings.threads && !load_stop()) search_root(slot);
+    return nullptr;
+}
+
+void launch_search() {
+    static int main_slot = 0;
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
+    pthread_t thread;
+    if (pthread_create(&thread, &attributes, start_search, &main_slot) != 0)
+        std::exit(-1);
+    pthread_attr_destroy(&attributes);
+}
