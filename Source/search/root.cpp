@@ -286,25 +286,32 @@ static PassResult run_pass(Worker *w, int first, int line_index, int d,
     return pass;
 }
 
+AspirationWindow first_window(int last_score, int d) {
+    AspirationWindow w{};
+    w.delta = (std::abs(last_score) >> 4) + 25;
+    if (d < 7) w.delta += (7 - d) * 10;
+    w.alpha = d < 2 ? -INFINITE_SCORE : last_score - w.delta;
+    w.beta = d < 2 ? INFINITE_SCORE : last_score + w.delta;
+    // Near a proven score the window opens fully on that side.
+    if (w.alpha > PROVEN_SCORE) {
+        w.alpha = PROVEN_SCORE;
+        w.beta = INFINITE_SCORE;
+    } else if (w.beta < -PROVEN_SCORE) {
+        w.alpha = -INFINITE_SCORE;
+        w.beta = -PROVEN_SCORE;
+    } else {
+        w.beta = std::min(w.beta, INFINITE_SCORE);
+        w.alpha = std::max(w.alpha, -INFINITE_SCORE);
+    }
+    return w;
+}
+
 // One MultiPV line: passes with a window around the last score, widened
 // on the failing side until the score falls inside.
 static void search_line(Worker *w, int index, int d) {
     relaxed_store(w->fail_state, 0);
-    int s = w->best_score;
-    int delta = (std::abs(s) >> 4) + 25;
-    if (d < 7) delta += (7 - d) * 10;
-    int alpha = d < 2 ? -INFINITE_SCORE : s - delta;
-    int beta = d < 2 ? INFINITE_SCORE : s + delta;
-    if (alpha > PROVEN_SCORE) {
-        alpha = PROVEN_SCORE;
-        beta = INFINITE_SCORE;
-    } else if (beta < -PROVEN_SCORE) {
-        alpha = -INFINITE_SCORE;
-        beta = -PROVEN_SCORE;
-    } else {
-        beta = std::min(beta, INFINITE_SCORE);
-        alpha = std::max(alpha, -INFINITE_SCORE);
-    }
+    AspirationWindow window = first_window(w->best_score, d);
+    int alpha = window.alpha, beta = window.beta, delta = window.delta;
     MoveEntry *list = w->plies[1].list_start;
     for (int tries = 100;;) {
         PassResult pass = run_pass(w, index, index, d, alpha, beta);

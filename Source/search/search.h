@@ -160,6 +160,12 @@ int search_moves(Position &pos, int side, int ply, int depth, int alpha,
 int search_quiesce(Position &pos, int side, int ply, int depth, int alpha,
                    int beta, int node_type, u16 *line);
 
+// The window of a line's first pass at depth `d`, around the last score.
+struct AspirationWindow {
+    int alpha, beta, delta;
+};
+AspirationWindow first_window(int last_score, int d);
+
 // Iterative deepening on the thread's Worker; results stand in the
 // search status.  Slot 0 is the main search, the others its helpers.
 void search_root(int thread_id);
