@@ -2,6 +2,9 @@
 EXE ?= quillon
 BUILD ?= build
 ASAN_BUILD ?= build-asan
+TSAN_BUILD ?= build-tsan
+# The tests of threads sharing the search, run under ThreadSanitizer.
+TSAN_TESTS ?= ParallelSearch.*:HashTest.Threads*
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CTEST_FLAGS ?= --output-on-failure -j $(JOBS) -LE slow
 
@@ -23,12 +26,16 @@ run: $(EXE)
 	./$(EXE)
 
 # Every test twice: the release build, then an AddressSanitizer +
-# UndefinedBehaviorSanitizer build of the same sources.
+# UndefinedBehaviorSanitizer build of the same sources; last the threaded
+# searches under ThreadSanitizer.
 test: $(EXE)
 	cd $(BUILD) && ctest $(CTEST_FLAGS)
 	@cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLON_SANITIZE=address,undefined >/dev/null
 	@cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest $(CTEST_FLAGS)
+	@cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLON_SANITIZE=thread >/dev/null
+	@cmake --build $(TSAN_BUILD) -j $(JOBS) --target quillon_tests
+	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/tests/quillon_tests --gtest_filter='$(TSAN_TESTS)'
 
 # Deep perft and other long checks, left out of make test.
 slow-test: $(EXE)
@@ -41,4 +48,4 @@ format:
 	clang-format -i $$(find Source tests bench -name '*.cpp' -o -name '*.h')
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) quillon
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) quillon

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "../frontend/frontend.h"
+#include "../frontend/relaxed.h"
 #include "../search/search.h"
 #include "eval.h"
 
@@ -129,7 +130,7 @@ i32 evaluate(Worker *worker, int side, int ply, int in_check) {
     ctx.eval_ply = static_cast<u8>(ply);
     ctx.eval_position = &pos;
     ctx.eval_worker = worker;
-    worker->eval_count++;
+    relaxed_increment(worker->eval_count);
     // 2. The caller knows a position in check is not to be judged.
     if (in_check) return ply - 10000;
     // 3., 4.
@@ -140,7 +141,7 @@ i32 evaluate(Worker *worker, int side, int ply, int in_check) {
     bool network = NETWORK_BUILT && settings.use_nn;
     EvalCacheEntry &entry = worker->eval_cache[(pos.key & 0x7FFE) + side];
     if (entry.key == pos.key && ply >= 2) {
-        worker->eval_hit_count++;
+        relaxed_increment(worker->eval_hit_count);
         return network ? entry.nn_score : entry.hce_score;
     }
     // 6.

@@ -1,6 +1,7 @@
 // Pawn structure: the pawn sets the other terms lean on, the structure
 // score (kept in the per-thread pawn cache), and the passed and candidate
 // pawn terms, which wait until every attack map is complete.
+#include "../frontend/relaxed.h"
 #include "../search/search.h"
 #include "eval.h"
 
@@ -163,9 +164,9 @@ static void add_cached_terms(EvalContext &ctx, const PawnSpans &s, u64 white,
     Worker &worker = *ctx.eval_worker;
     u64 key = pawn_cache_key(ctx);
     PawnCacheEntry &entry = worker.pawn_cache[key & PAWN_CACHE_MASK];
-    worker.pawn_probe_count++;
+    relaxed_increment(worker.pawn_probe_count);
     if (entry.key == key && ctx.eval_ply >= 2) {
-        worker.pawn_hit_count++;
+        relaxed_increment(worker.pawn_hit_count);
     } else {
         entry.key = key;
         entry.white = cached_pawn_terms(ctx, s, WHITE, white);

@@ -47,14 +47,14 @@ static f32 add_term(f32 sum, double term) {
     return static_cast<f32>(static_cast<double>(sum) + term);
 }
 
-f32 time_extra(f32 remaining, f32 target, int margin) {
-    const Worker *main = relaxed_load(workers[0]);
+f32 time_extra(const TimeView &view, f32 remaining, f32 target, int margin) {
+    const Worker *main = worker_at(0);
     u8 fail_state = main ? relaxed_load(main->fail_state) : 0;
     if (fail_state == 1) return static_cast<f32>(0.25 * remaining);
     if (fail_state == 2) return static_cast<f32>(0.05 * remaining);
-    int d = status.depth.load(std::memory_order_relaxed);
-    if (d < 5) return 0.0f;
-    int score = relaxed_load(status.score);
+    int d = view.depth;
+    if (d < 5 || d >= PV_LENGTH) return 0.0f;
+    int score = view.score;
     int change = relaxed_load(status.best_change_depth);
     f32 extra = 0.0f;
     if (score <= relaxed_load(status.score_at[d - 1]) - margin)
@@ -68,27 +68,33 @@ f32 time_extra(f32 remaining, f32 target, int margin) {
 }
 
 // A helper that has seen a better score at the main line's depth buys
-// the search a little more time.
-static f32 helper_extra(f32 extra, f32 remaining, int margin) {
+// the search a little more time.  The slots are walked under the lock
+// that the search thread takes to free them.
+static f32 helper_extra(const TimeView &view, f32 extra, f32 remaining,
+                        int margin) {
     f32 bonus = static_cast<f32>(0.05 * remaining);
     if (!(bonus > extra) || settings.threads <= 1) return extra;
     int best_depth = relaxed_load(status.best_depth);
-    int score = relaxed_load(status.score);
+    spin_take(worker_slots_lock);
     for (int slot = 1; slot < MAX_THREADS; slot++) {
-        const Worker *w = relaxed_load(workers[slot]);
+        const Worker *w = worker_at(slot);
         if (!w) break;
         if (relaxed_load(w->best_depth) >= best_depth &&
-            relaxed_load(w->best_score) > score + margin)
+            relaxed_load(w->best_score) > view.score + margin)
             extra = bonus;
     }
+    spin_release(worker_slots_lock);
     return extra;
 }
 
 void check_time() {
     read_elapsed();
     u16 state = load_state();
+    // The depth and score of the main search, read once for this check.
+    TimeView view{status.depth.load(std::memory_order_relaxed),
+                  relaxed_load(status.score)};
     if (load_stop() != 0 || !(state & (STATE_THINKING | STATE_BENCH)) ||
-        status.depth.load(std::memory_order_relaxed) <= 1)
+        view.depth <= 1)
         return;
     f32 elapsed = relaxed_load(status.elapsed);
     // 1.
@@ -104,17 +110,15 @@ void check_time() {
     f32 target = relaxed_load(status.target_time);
     if (target < 0.01f) target = 0.01f;
     // 4. Scores far from even need a bigger drop to count.
-    int score = relaxed_load(status.score);
-    int margin = std::abs(score) > 335 ? std::abs(score) / 16 : 20;
+    int margin = std::abs(view.score) > 335 ? std::abs(view.score) / 16 : 20;
     // 5., 6.
-    f32 extra = time_extra(remaining, target, margin);
-    extra = helper_extra(extra, remaining, margin);
+    f32 extra = time_extra(view, remaining, target, margin);
+    extra = helper_extra(view, extra, remaining, margin);
     // 7.
     f32 limit = add_term(add_term(target, -static_cast<double>(guard)),
                          static_cast<double>(extra));
     if (elapsed >= limit ||
-        (status.depth.load(std::memory_order_relaxed) >= 6 &&
-         relaxed_load(status.single_reply) == 1) ||
+        (view.depth >= 6 && relaxed_load(status.single_reply) == 1) ||
         3 * guard > remaining)
         store_stop(1);
 }
@@ -201,8 +205,9 @@ void prepare_search() {
     read_elapsed();
     // 8.
     int game_ply = front_worker->hist_index;
+    f32 target = base_budget(status.clock[status.root_side], game_ply);
+    // Fixed time per move has just set the clock to that time.
     f32 clock = status.clock[status.root_side];
-    f32 target = base_budget(clock, game_ply);
     // 9. Weaker settings hold the time back.
     if (settings.elo < 2400) target = static_cast<f32>(target * 0.85);
     // 10. With little on the clock the increment counts less.

@@ -19,7 +19,12 @@ void prepare_search();
 // Refreshes elapsed and sets stop once the target has passed.
 void check_time();
 
+// What one time check knows of the main search.
+struct TimeView {
+    int depth;
+    int score;
+};
 // The extra seconds a search earns by how its iterations went: a
 // falling score or a changing move buys time, a stable move gives some
 // back.  `remaining` is what is left on the clock, `target` the plan.
-f32 time_extra(f32 remaining, f32 target, int margin);
+f32 time_extra(const TimeView &view, f32 remaining, f32 target, int margin);

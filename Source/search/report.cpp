@@ -167,11 +167,11 @@ void aggregate_counters() {
     status.nodes = status.eval_probes = status.eval_hits = 0;
     status.hash_probes = status.hash_hits = 0;
     status.pawn_probes = status.pawn_hits = status.tb_hits = 0;
-    const Worker *main = relaxed_load(workers[0]);
+    const Worker *main = worker_at(0);
     if (!main) return;
     status.seldepth = relaxed_load(main->seldepth);
     for (int slot = 0; slot < settings.threads && slot < MAX_THREADS; slot++) {
-        const Worker *w = relaxed_load(workers[slot]);
+        const Worker *w = worker_at(slot);
         if (!w) continue;
         status.nodes += relaxed_load(w->node_count);
         status.eval_probes += relaxed_load(w->eval_count);

@@ -335,7 +335,7 @@ static int skip_depth(int d) {
     if (d <= 5 || d >= settings.max_depth || settings.multi_pv != 1) return d;
     int count = 0;
     for (int slot = 0; slot < settings.threads && slot < MAX_THREADS; slot++) {
-        const Worker *other = relaxed_load(workers[slot]);
+        const Worker *other = worker_at(slot);
         if (other && relaxed_load(other->iter_depth) >= d) count++;
     }
     return count > 44 ? d + 2 : count > 14 ? d + 1 : d;
@@ -406,7 +406,7 @@ static void deepen(Worker *w) {
 }
 
 void search_root(int thread_id) {
-    Worker *w = relaxed_load(workers[thread_id]);
+    Worker *w = worker_at(thread_id);
     if (!w) return;
     bool main = thread_id == 0;
     bool in_check = prepare_root(w);

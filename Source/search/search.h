@@ -2,6 +2,8 @@
 // the entry points of the search that the front end calls.
 #pragma once
 
+#include <atomic>
+
 #include "../eval/eval.h"
 #include "../frontend/frontend.h"
 #include "../frontend/spinlock.h"
@@ -76,7 +78,19 @@ struct Worker {
 };
 
 extern Worker *workers[MAX_THREADS];
+// The slots are read by other threads while a helper fills its own: a
+// Worker is published whole (release) and read with acquire order.
+inline Worker *worker_at(int slot) {
+    return std::atomic_ref<Worker *>(workers[slot])
+        .load(std::memory_order_acquire);
+}
+inline void publish_worker(int slot, Worker *w) {
+    std::atomic_ref<Worker *>(workers[slot])
+        .store(w, std::memory_order_release);
+}
 extern Worker *front_worker;
+// Taken to free helper slots, and by the time check to walk them.
+extern SpinLock worker_slots_lock;
 // Guards the standard library's rand() shared by the threads.
 extern SpinLock random_lock;
 constexpr int FRONT_THREAD_ID = 160;

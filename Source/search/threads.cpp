@@ -33,12 +33,17 @@ void run_helpers() {
     // 2.
     if (threads > 0 && !load_stop()) search_root(0);
     // 3.
+    spin_take(info_lock);
     aggregate_counters();
-    // 4.
+    spin_release(info_lock);
+    // 4. The time check may be reading a slot; it does so under the lock.
     for (int slot = 1; slot < threads; slot++) {
         if (pthread_join(helpers[slot], nullptr) != 0) std::exit(-1);
-        free_worker(relaxed_load(workers[slot]));
-        relaxed_store(workers[slot], nullptr);
+        spin_take(worker_slots_lock);
+        Worker *w = worker_at(slot);
+        publish_worker(slot, nullptr);
+        spin_release(worker_slots_lock);
+        free_worker(w);
     }
     // 5. A ponder search waits for the think cycle to take its result.
     while ((load_state() & STATE_PONDERING) &&

@@ -10,6 +10,7 @@
 Worker *workers[MAX_THREADS];
 Worker *front_worker;
 SpinLock random_lock;
+SpinLock worker_slots_lock;
 
 Worker *allocate_worker() {
     return static_cast<Worker *>(std::calloc(1, sizeof(Worker)));
@@ -32,12 +33,11 @@ void reset_move_lists(Worker *w) {
 
 int init_worker(int slot) {
     // 1.
-    // Other threads read the slots while this one fills its own.
-    Worker *w = relaxed_load(workers[slot]);
-    if (!w) {
-        w = allocate_worker();
-        relaxed_store(workers[slot], w);
-    }
+    // Other threads read the slots while this one fills its own, so a new
+    // block is published only when it is ready.
+    Worker *w = worker_at(slot);
+    bool fresh = !w;
+    if (fresh) w = allocate_worker();
     if (!w) return -1;
 
     // 2.
@@ -71,14 +71,18 @@ int init_worker(int slot) {
 
     // 7.
     std::memset(w->pv, 0, sizeof w->pv);
-    w->node_count = w->tb_hit_count = w->eval_count = w->eval_hit_count = 0;
-    w->hash_probe_count = w->hash_hit_count = 0;
-    w->pawn_probe_count = w->pawn_hit_count = 0;
-    w->best_score = 0;
-    w->iter_depth = 0;
-    w->fail_state = 0;
-    w->best_depth = 0;
-    w->seldepth = 0;
+    // The counters and the progress fields are read by other threads.
+    for (u64 *count :
+         {&w->node_count, &w->tb_hit_count, &w->eval_count, &w->eval_hit_count,
+          &w->hash_probe_count, &w->hash_hit_count, &w->pawn_probe_count,
+          &w->pawn_hit_count})
+        relaxed_store(*count, 0);
+    relaxed_store(w->best_score, 0);
+    relaxed_store(w->iter_depth, 0);
+    relaxed_store(w->fail_state, 0);
+    relaxed_store(w->best_depth, 0);
+    relaxed_store(w->seldepth, 0);
     std::memset(&w->eval, 0, sizeof w->eval);
+    if (fresh) publish_worker(slot, w);
     return 0;
 }
