@@ -51,3 +51,8 @@ bench_position kiwipete "$kiwipete" 5
 echo
 echo "evaluation, single thread, median of 5 rounds"
 "$build/bench/eval_bench"
+
+echo
+echo "search, the 20 benchmark positions at depth 15, hand-written evaluation, median of 3"
+"$build/bench/search_bench" 15 1 3 | tail -1
+"$build/bench/search_bench" 15 2 3 | tail -1

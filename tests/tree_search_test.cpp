@@ -234,11 +234,35 @@ TEST_F(TreeSearch, NoRepetitionAfterDifferentMoves) {
 
 TEST_F(TreeSearch, DeepestPlyOnlyEvaluates) {
     prepare("r1bqkbnr/pppp1ppp/2n5/4p3/4P3/5N2/PPPP1PPP/RNBQKB1R w KQkq - 0 1");
+    Position &pos = w_->position;
+    // A node at ply 80 is the end of every line: one evaluation, no probe,
+    // no move.  (The Worker's ply follows the node's, as in a real line.)
+    w_->ply = 80;
     Counters before = counters();
-    int v = node(6, -INF, INF, NODE_PV);
-    // Beyond ply 79 the line ends: one evaluation, no probe, no move.
-    EXPECT_EQ(w_->node_count, before.nodes);
-    (void)v;
+    int v = search_node(pos, pos.side, 80, 6, -INF, INF, NODE_PV, line_);
+    EXPECT_EQ(w_->node_count, before.nodes + 1);
+    EXPECT_EQ(w_->eval_count, before.evals + 1);
+    EXPECT_EQ(w_->hash_probe_count, before.probes);
+    EXPECT_EQ(v, evaluate(w_, pos.side, 80, 0));
+    EXPECT_EQ(w_->plies[80].move_count, 0);
+    // One ply higher the node is still searched and probes the table.
+    w_->ply = 79;
+    before = counters();
+    search_node(pos, pos.side, 79, 0, -INF, INF, NODE_PV, line_);
+    EXPECT_EQ(w_->hash_probe_count, before.probes + 1);
+    EXPECT_EQ(w_->ply, 79);
+    w_->ply = 1;
+}
+
+TEST_F(TreeSearch, DeepestPlyInCheckIsZero) {
+    prepare("4k3/8/8/8/8/8/8/r3K3 w - - 0 1");
+    Position &pos = w_->position;
+    w_->ply = 80;
+    Counters before = counters();
+    EXPECT_EQ(search_node(pos, pos.side, 80, 6, -INF, INF, NODE_PV, line_), 0);
+    EXPECT_EQ(w_->eval_count, before.evals);
+    EXPECT_EQ(w_->hash_probe_count, before.probes);
+    w_->ply = 1;
 }
 
 // ---------------------------------------------------------------------
@@ -398,7 +422,6 @@ TEST_F(TreeSearch, OrdinaryScoreFadesWithTheFiftyMoveClock) {
     // Stored when the clock stood ten moves lower.
     Position &pos = w_->position;
     pos.cnt50 = 51;
-    store(2, 8, nullptr, 300, -INF, INF);
     store(2, 8, nullptr, 300, -INF, INF);
     pos.cnt50 = 61;
     // 300 - 10 * 300 / 256, the quotient cut toward zero.
