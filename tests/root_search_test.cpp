@@ -151,7 +151,6 @@ TEST_F(RootSearchTest, SingleReplyIsMarkedAndTheTimeCheckEndsItAtDepthSix) {
     // search soon.
     SearchOutcome r = run_search(ONE_REPLY_FEN, 40);
     EXPECT_EQ(status.single_reply, 1);
-           status.finished_depth, status.elapsed);
     EXPECT_EQ(r.best_move, coord_move("a1b1"));
     // The check polls once a millisecond, so an iteration or two past 6 may
     // start before it sees the depth; depth 40 is far beyond.
@@ -635,8 +634,6 @@ TEST_F(RootSearchTest, HelpersNeverSearchADepthOneAnswer) {
 TEST_F(RootSearchTest, NodeLimitOnOneThread) {
     const u64 limit = 20000;
     SearchOutcome r = run_search(MIDDLE_FEN, 30, 1, limit);
-           (unsigned long long)r.main_nodes, (unsigned long long)r.nodes,
-           r.best_depth);
     EXPECT_TRUE(is_legal(MIDDLE_FEN, r.best_move));
     // The one thread stops at the first node past its budget.
     EXPECT_GT(r.main_nodes, limit);
@@ -650,8 +647,6 @@ TEST_F(RootSearchTest, NodeLimitCountsPerThread) {
     const u64 limit = 20000;
     const int threads = 4;
     SearchOutcome r = run_search(MIDDLE_FEN, 30, threads, limit);
-           (unsigned long long)r.main_nodes, (unsigned long long)r.nodes,
-           r.best_depth);
     EXPECT_TRUE(is_legal(MIDDLE_FEN, r.best_move));
     EXPECT_GE(r.best_depth, 2);
     EXPECT_LT(r.best_depth, 30);
