@@ -209,6 +209,9 @@ TEST_F(TreeSearch, RepetitionInTreeIsZeroBeforeProbeOrEvaluation) {
     ASSERT_TRUE(play("f3g1"));
     ASSERT_TRUE(play("f6g8"));
     ASSERT_EQ(w_->ply, 5);
+    // Four reversible plies: the clock stands at 4, enough for the test,
+    // and one repetition inside the tree is a draw.
+    ASSERT_EQ(w_->position.cnt50, 4);
     // An exact entry that would decide the node if it were read.
     store(5, 20, nullptr, 500, -INF, INF);
     Counters before = counters();
@@ -402,7 +405,8 @@ TEST_F(TreeSearch, PvNodeAndShallowEntryDoNotCut) {
     Counters before = counters();
     node(2, -100, 100, NODE_PV);
     EXPECT_GT(w_->node_count, before.nodes + 1);
-    EXPECT_EQ(w_->hash_hit_count, before.hits + 1);
+    EXPECT_GT(w_->eval_count, before.evals);
+    EXPECT_EQ(w_->plies[2].hash_move, coord_move("f3e5"));
 
     // An entry shallower than the node lends its move and nothing more.
     prepare("r1bqkbnr/pppp1ppp/2n5/4p3/4P3/5N2/PPPP1PPP/RNBQKB1R b KQkq - 0 1");
@@ -415,8 +419,8 @@ TEST_F(TreeSearch, PvNodeAndShallowEntryDoNotCut) {
 }
 
 TEST_F(TreeSearch, OrdinaryScoreFadesWithTheFiftyMoveClock) {
-    prepare(
-        "r1bqkbnr/pppp1ppp/2n5/4p3/4P3/5N2/PPPP1PPP/RNBQKB1R b KQkq - 60 30");
+    prepare("r1bqkbnr/pppp1ppp/2n5/4p3/4P3/5N2/PPPP1PPP/RNBQKB1R b KQkq - 0 1");
+    w_->position.cnt50 = 60;  // a FEN always starts the clock at 0
     ASSERT_TRUE(play("g8f6"));
     ASSERT_EQ(w_->position.cnt50, 61);
     // Stored when the clock stood ten moves lower.
@@ -444,7 +448,8 @@ TEST_F(TreeSearch, OrdinaryScoreFadesWithTheFiftyMoveClock) {
 // With the clock at 90 an entry 12 plies deep might not survive the rule:
 // it does not cut, but its move still goes first.
 TEST_F(TreeSearch, FiftyMoveClockKeepsDeepEntryFromCutting) {
-    prepare("4k3/8/8/5p2/8/8/PP3R2/4K3 b - - 89 60");
+    prepare("4k3/8/8/5p2/8/8/PP3R2/4K3 b - - 0 1");
+    w_->position.cnt50 = 89;
     ASSERT_TRUE(play("e8e7"));
     ASSERT_EQ(w_->position.cnt50, 90);
     store(2, 12, "a2a3", 500, -INF, 400);  // lower bound 500
@@ -462,7 +467,8 @@ TEST_F(TreeSearch, FiftyMoveClockKeepsDeepEntryFromCutting) {
 }
 
 TEST_F(TreeSearch, TenMovesLessOnTheClockTheSameEntryCuts) {
-    prepare("4k3/8/8/5p2/8/8/PP3R2/4K3 b - - 79 60");
+    prepare("4k3/8/8/5p2/8/8/PP3R2/4K3 b - - 0 1");
+    w_->position.cnt50 = 79;
     ASSERT_TRUE(play("e8e7"));
     ASSERT_EQ(w_->position.cnt50, 80);
     store(2, 12, "a2a3", 500, -INF, 400);
@@ -473,7 +479,8 @@ TEST_F(TreeSearch, TenMovesLessOnTheClockTheSameEntryCuts) {
 }
 
 TEST_F(TreeSearch, FiftyMoveGuardSparesAZeroScore) {
-    prepare("4k3/8/8/5p2/8/8/PP3R2/4K3 b - - 89 60");
+    prepare("4k3/8/8/5p2/8/8/PP3R2/4K3 b - - 0 1");
+    w_->position.cnt50 = 89;
     ASSERT_TRUE(play("e8e7"));
     store(2, 12, "a2a3", 0, -INF, -100);  // lower bound 0
     ASSERT_EQ(probe().type, HASH_LOWER);
@@ -692,7 +699,7 @@ TEST_F(TreeSearch, StandPatAtOrAboveBetaReturnsBeta) {
     EXPECT_EQ(quiesce(100, 0, -INF, 100), 100);
     // Not even the free queen is looked at, and nothing is stored.
     EXPECT_EQ(w_->node_count, before.nodes);
-    EXPECT_LT(probe().depth, 0);
+    EXPECT_EQ(probe().depth, HASH_NOT_FOUND);
 }
 
 TEST_F(TreeSearch, NoMoveReturnsStandPatBelowAlpha) {
@@ -702,7 +709,7 @@ TEST_F(TreeSearch, NoMoveReturnsStandPatBelowAlpha) {
     EXPECT_EQ(quiesce(-500, 0, 0, 100), -500);
     EXPECT_EQ(w_->node_count, before.nodes);
     EXPECT_EQ(w_->plies[2].move_count, 0);
-    EXPECT_LT(probe().depth, 0);
+    EXPECT_EQ(probe().depth, HASH_NOT_FOUND);
 }
 
 TEST_F(TreeSearch, CaptureSearchStoresOnlyFailHighFromDepthZero) {
@@ -711,7 +718,8 @@ TEST_F(TreeSearch, CaptureSearchStoresOnlyFailHighFromDepthZero) {
     int v = quiesce(0, -1, -50, 50);
     EXPECT_GE(v, 50);
     EXPECT_EQ(line_[2], coord_move("a1a4"));
-    EXPECT_LT(probe().depth, 0);  // below depth 0 nothing enters the table
+    // Below depth 0 nothing enters the table.
+    EXPECT_EQ(probe().depth, HASH_NOT_FOUND);
 
     v = quiesce(0, 0, -50, 50);
     EXPECT_GE(v, 50);
@@ -726,7 +734,7 @@ TEST_F(TreeSearch, CaptureSearchStoresOnlyFailHighFromDepthZero) {
     v = quiesce(0, 0, -50, 5000);
     EXPECT_GT(v, 0);
     EXPECT_LT(v, 5000);
-    EXPECT_LT(probe().depth, 0);
+    EXPECT_EQ(probe().depth, HASH_NOT_FOUND);
 }
 
 TEST_F(TreeSearch, CheckingCaptureEscapesDeltaPruning) {
@@ -753,7 +761,7 @@ TEST_F(TreeSearch, CheckingCaptureStillNeedsSafeExchange) {
 TEST_F(TreeSearch, LastPawnOfLoneMinorEscapesDeltaPruning) {
     // After Rxe5 Black keeps a lone knight or bishop: too little to win.
     for (const char *fen : {"1n5k/8/8/4p3/8/8/8/4R1K1 b - - 0 1",
-                            "1b5k/8/8/4p3/8/8/8/4R1K1 b - - 0 1"}) {
+                            "b6k/8/8/4p3/8/8/8/4R1K1 b - - 0 1"}) {
         prepare(fen);
         ASSERT_TRUE(play("h8h7"));
         quiesce(-1000, -1, 0, 100);
@@ -801,15 +809,44 @@ TEST_F(TreeSearch, QuietChecksOnlyFromDepthZero) {
 }
 
 TEST_F(TreeSearch, CaptureChainRunsDepthFarBelowZero) {
-    // Pawns and pieces that can take one another for many plies.
-    prepare("4k3/8/8/1p1p1p1p/P1P1P1P1/8/8/4K3 b - - 0 1");
-    ASSERT_TRUE(play("e8e7"));
+    // Pieces crowd around d5 and e4: the exchanges run many plies below
+    // the horizon, each a capture search one ply deeper.
+    prepare("3r2k1/1b1r4/2n1q3/3p4/4P3/2N2N2/1B1R4/3R2K1 b - - 0 1");
+    ASSERT_TRUE(play("b7c8"));
     w_->seldepth = 0;
     node(0, -INF, INF, NODE_PV);
     int deepest = w_->seldepth;
-    EXPECT_GE(deepest, 8);
-    // The node at the deepest ply sat far below the horizon.
-    EXPECT_LE(w_->plies[deepest].depth, -5);
+    EXPECT_GE(deepest, 9);
+    int lowest = 0;
+    for (int p = 2; p <= deepest; p++)
+        lowest = std::min<int>(lowest, w_->plies[p].depth);
+    // Quiet checks stop at depth 0; what went on below is captures alone.
+    EXPECT_LE(lowest, -5);
+}
+
+TEST_F(TreeSearch, NoDepthFloorBelowTheHorizon) {
+    // Far below zero a node still takes a hanging queen.  The knight on h8
+    // keeps Black's piece points, so the capture is no step into a pawn
+    // ending and the child simply lies one ply deeper.
+    prepare("4k2n/8/8/8/q7/8/8/R3K3 b - - 0 1");
+    ASSERT_TRUE(play("e8d7"));
+    int stand_pat = static_value();  // a queen against a rook: far behind
+    int v = node(-50, -INF, INF, NODE_PV);
+    EXPECT_GT(v, stand_pat + 300);
+    EXPECT_EQ(line_[2], coord_move("a1a4"));
+    EXPECT_EQ(w_->plies[2].depth, -50);
+    EXPECT_EQ(w_->plies[3].depth, -51);
+    EXPECT_EQ(w_->hash_probe_count, 0u);
+}
+
+TEST_F(TreeSearch, TakingTheLastPieceExtends) {
+    // Rxa4 leaves Black a bare king: the step into a pawn ending earns the
+    // child one ply, even below the horizon.
+    prepare("4k3/8/8/8/q7/8/8/R3K3 b - - 0 1");
+    ASSERT_TRUE(play("e8d7"));
+    node(-50, -INF, INF, NODE_PV);
+    EXPECT_EQ(line_[2], coord_move("a1a4"));
+    EXPECT_EQ(w_->plies[3].depth, -50);
 }
 
 // ---------------------------------------------------------------------
@@ -838,8 +875,15 @@ TEST(TreeSearchWhole, MateInThreeScoresMateAtPlySix) {
 TEST(TreeSearchWhole, FixedDepthSearchRepeatsExactly) {
     const char *fen =
         "r1bqkbnr/pppp1ppp/2n5/4p3/4P3/5N2/PPPP1PPP/RNBQKB1R w KQkq - 2 3";
-    SearchOutcome a = run_search(fen, 7);
-    SearchOutcome b = run_search(fen, 7);
+    // Each run on a fresh main Worker: its evaluation cache keeps values
+    // without the fifty-move damping, which would steer a second run.
+    auto fresh_run = [&] {
+        free_worker(workers[0]);
+        workers[0] = nullptr;
+        return run_search(fen, 7);
+    };
+    SearchOutcome a = fresh_run();
+    SearchOutcome b = fresh_run();
     EXPECT_GT(a.nodes, 1000u);
     EXPECT_EQ(a.nodes, b.nodes);
     EXPECT_EQ(a.best_move, b.best_move);
