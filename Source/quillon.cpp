@@ -13,10 +13,12 @@
 #include "eval/eval.h"
 #include "frontend/frontend.h"
 #include "frontend/output.h"
+#include "frontend/protocol.h"
 #include "frontend/switches.h"
 #include "position/position.h"
 #include "search/hash.h"
 #include "search/search.h"
+#include "tools/bench.h"
 
 // The folder the executable was started from, as an absolute path with
 // forward slashes.  Kept for the user's inspection; nothing reads it.
@@ -85,11 +87,14 @@ static bool tuner_requested(i32 mode) {
            mode == MODE_MAKE_TRAIN_DATA || settings.use_nn == 2;
 }
 
-static void dispatch(i32 mode) {
+static void dispatch(i32 mode, bool bench_inline) {
     switch (mode) {
         case MODE_THINK:
-            // The calibration and the think cycle come with the UCI
-            // protocol; until then a normal run ends after start-up.
+            calibrate();
+            think_cycle();
+            break;
+        case MODE_BENCH:
+            run_bench(bench_inline);
             break;
         case MODE_CONFIG_ONLY:
             break;
@@ -137,22 +142,25 @@ int engine_main(int argc, char **argv) {
     // 11. UCI unless a switch says otherwise.
     settings.uci_mode = 1;
     i32 mode = MODE_THINK;
+    bool bench_inline = false;
     // 12. The switches.
     if (argc > 1) {
         SwitchOutcome line = read_switches(argc, argv);
         if (line.exit_code >= 0) return end_before_locks(line.exit_code);
         mode = line.mode;
+        bench_inline = line.bench_inline != 0;
     }
     // 13. The tuner's modes are not part of this build.
     if (tuner_requested(mode)) {
         std::puts("Need to compile with 'make ttune'\n");
         return end_before_locks(1);
     }
-    // 14. Locks.  The search's info_lock comes with the search reporting.
+    // 14. Locks.
     if (int err = pthread_mutex_init(&engine_mutex, nullptr))
         return end_before_locks(err);
     spin_init(output_lock);
     spin_init(random_lock);
+    spin_init(info_lock);
     // 15. Greeting, in both dialects.
     char line[128];
     std::snprintf(line, sizeof line, "info string Hello from %s",
@@ -171,7 +179,7 @@ int engine_main(int argc, char **argv) {
     // 21. The network is not part of this build yet.
     // 22. The tablebases (modes 1 and 2) come with the tablebase code.
     // 23. The run mode.
-    dispatch(mode);
+    dispatch(mode, bench_inline);
     // 24. Shutdown.
     return shut_down(0);
 }

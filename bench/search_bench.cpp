@@ -12,7 +12,6 @@
 #include "eval/eval.h"
 #include "frontend/frontend.h"
 #include "frontend/notation.h"
-#include "frontend/strength.h"
 #include "frontend/time_control.h"
 #include "search/hash.h"
 #include "search/search.h"
@@ -30,10 +29,8 @@ static void init_engine() {
     front_worker->thread_id = FRONT_THREAD_ID;
     front_worker->position.worker = front_worker;
     reset_move_lists(front_worker);
-    // No calibration runs here: a fixed speed stands in for it, far above
-    // anything the strength limit would hold.
-    settings.calib_nps = 1000000.0f;
-    settings.calib_elo = elo_of_speed(settings.calib_nps);
+    // As in the engine's -bench, no calibration runs first, so the node
+    // totals equal those of "quillon -bench -d DEPTH".
     settings.level_moves = 1;
     settings.level_time = 99.0f;
     settings.noise = 9999.0f;

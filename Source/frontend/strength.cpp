@@ -3,6 +3,16 @@
 #include "strength.h"
 
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "../search/search.h"
+#include "notation.h"
+#include "output.h"
+#include "protocol.h"
+#include "relaxed.h"
+#include "time_control.h"
 
 f32 elo_of_speed(f32 nps) {
     f32 above = nps - 15.0f;
@@ -37,4 +47,49 @@ void settle_strength() {
         status.target_nps = settings.calib_nps;
         settings.elo = static_cast<i16>(settings.calib_elo);
     }
+}
+
+void calibrate() {
+    // 1. A fixed middlegame.
+    set_fen(front_worker->position,
+            "rnb1k2r/1pq1bppp/p2p1n2/4p3/4P3/2N1BN2/PPP1BPPP/R2QK2R w KQkq -");
+    // 2.
+    i16 threads = settings.threads;
+    u8 limit_strength = settings.limit_strength;
+    f32 noise = settings.noise;
+    settings.max_nodes = 35000;
+    settings.threads = 1;
+    settings.limit_strength = 0;
+    settings.noise = 99999.0f;
+    // 3.
+    prepare_search();
+    if (init_worker(0) != 0) std::exit(-1);
+    reset_clock(1);
+    store_stop(0);
+    store_state(STATE_BENCH);
+    // 4. On this thread: nothing polls, the node limit ends it.
+    if (settings.threads > 0 && !load_stop()) search_root(0);
+    // 5.
+    read_elapsed();
+    f32 elapsed = relaxed_load(status.elapsed);
+    f32 nps = static_cast<f32>(workers[0]->node_count / (elapsed + 0.001));
+    // 6.
+    settings.noise = noise;
+    settings.threads = threads;
+    settings.limit_strength = limit_strength;
+    settings.max_nodes = 0;
+    store_stop(0);
+    store_state(0);
+    // 7.
+    settings.calib_nps = static_cast<f32>(nps * 1.2);
+    settings.calib_elo = elo_of_speed(settings.calib_nps);
+    // 8.
+    char text[128];
+    std::snprintf(
+        text, sizeof text, "info string et= %.3f, calibration nps= %0.0f",
+        static_cast<double>(elapsed), static_cast<double>(settings.calib_nps));
+    print_line(text);
+    // 9. The block stays allocated; its lists are set anew by the next
+    // preparation.
+    std::memset(static_cast<void *>(workers[0]), 0, sizeof(Worker));
 }

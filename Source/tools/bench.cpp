@@ -1,6 +1,13 @@
 // The benchmark list and the search the benches run on each position.
 #include "bench.h"
 
+#include <cstdio>
+#include <cstdlib>
+
+#include "../frontend/notation.h"
+#include "../frontend/output.h"
+#include "../frontend/protocol.h"
+#include "../frontend/relaxed.h"
 #include "../frontend/time_control.h"
 #include "../search/hash.h"
 #include "../search/search.h"
@@ -42,4 +49,65 @@ void search_to_end() {
     }
     store_state(0);
     read_elapsed();
+}
+
+// One position on the search threads, watched from here: the clock, and
+// input, where only "stop" ends a position.
+static void bench_threaded() {
+    store_depth(0);
+    store_state(STATE_BENCH);
+    store_stop(0);
+    launch_search();
+    while (!(load_state() & STATE_FINISHED)) {
+        check_time();
+        poll_input();
+        sleep_milliseconds(1);
+    }
+}
+
+// One position on this thread: only the depth ends it.
+static void bench_inline() {
+    if (init_worker(0) != 0) std::exit(-1);
+    store_state(STATE_BENCH);
+    if (settings.threads > 0 && !load_stop()) search_root(0);
+    aggregate_counters();
+}
+
+void run_bench(bool inline_search) {
+    // 1.
+    settings.level_time = 99.0f;
+    settings.noise = 9999.0f;
+    if (settings.max_depth > 50) settings.max_depth = 17;
+    // 2.
+    char text[128];
+    std::snprintf(text, sizeof text, "%s running benchmark using %d threads",
+                  ENGINE_VERSION, settings.threads);
+    print_line(text);
+    // 3.
+    f32 total_time = 0.01f, total_nodes = 0.0f;
+    for (int i = 0; i < BENCH_POSITION_COUNT; i++) {
+        set_fen(front_worker->position, BENCH_POSITIONS[i]);
+        hash_clear();
+        prepare_search();
+        if (inline_search)
+            bench_inline();
+        else
+            bench_threaded();
+        store_state(0);
+        read_elapsed();
+        f32 elapsed = relaxed_load(status.elapsed);
+        total_nodes += static_cast<f32>(status.nodes);
+        total_time += elapsed;
+        std::snprintf(text, sizeof text, "pos %2d: %6.2f seconds", i,
+                      static_cast<double>(elapsed));
+        print_line(text);
+    }
+    // 4.
+    std::snprintf(
+        text, sizeof text, "total time= %0.2f seconds, nodes= %.0f, nps= %.0f",
+        static_cast<double>(total_time), static_cast<double>(total_nodes),
+        static_cast<double>(total_nodes / total_time));
+    print_line(text);
+    // 5.
+    settings.quit = 1;
 }

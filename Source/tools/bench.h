@@ -10,3 +10,8 @@ extern const char *const BENCH_POSITIONS[BENCH_POSITION_COUNT];
 // on the search threads, while this thread watches the clock; returns
 // when the search thread has finished.  The hash is cleared first.
 void search_to_end();
+
+// -bench and -pbench: the 20 positions at a fixed depth (17 unless -d set
+// one up to 50), with the time and node totals.  `inline_search`: search
+// on this thread, without helpers and without polling.
+void run_bench(bool inline_search);

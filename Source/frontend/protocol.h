@@ -1,0 +1,18 @@
+// The dialogue with the front end: reading standard input without ever
+// blocking, the UCI commands, and the main thread's think cycle.
+#pragma once
+
+#include "frontend.h"
+
+// Reads what waits on standard input and hands on at most one whole line.
+// When the input has ended and every line is handled, sets quit.
+void poll_input();
+// Interprets one UCI line; `line` may be written to.
+void uci_command(char *line);
+// The main loop: polls input and the clock, starts and finishes searches,
+// until quit.
+void think_cycle();
+// Ends a running search and waits until its thread is done.
+void kill_search();
+// Measures this machine's search speed for the strength limit.
+void calibrate();

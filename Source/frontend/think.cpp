@@ -1,0 +1,148 @@
+// The main thread's loop: about once a millisecond it sleeps, checks the
+// clock and polls input; it starts a search when `go` asks for one and
+// prints the answer when the search thread is done.  It never searches.
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+#include "../search/hash.h"
+#include "../search/search.h"
+#include "notation.h"
+#include "output.h"
+#include "protocol.h"
+#include "relaxed.h"
+#include "time_control.h"
+
+constexpr f32 NEVER_PRINT = 9999.0f;
+
+void kill_search() {
+    print_line("killing search");
+    if (load_state() == 0) return;
+    store_stop(1);
+    // A ponder search holds its answer back until it hears stop.
+    add_state_bits(STATE_STOP_RECEIVED);
+    while (!(load_state() & STATE_FINISHED)) sleep_milliseconds(0);
+    store_stop(0);
+    store_state(0);
+}
+
+// Start of a search: the clock and target, then the search thread.  The
+// opening book is not part of this build, so every request searches.
+static void start_thinking() {
+    prepare_search();
+    status.pv[1] = status.pv[2] = NO_MOVE;
+    status.book_move = NO_MOVE;
+    u16 next =
+        load_state() == STATE_REQUEST_PONDER ? STATE_PONDERING : STATE_THINKING;
+    store_depth(0);
+    store_state(next);
+    store_stop(0);
+    launch_search();
+}
+
+// "ebf": the growth of the tree per iteration over the last four.
+static double branching_factor() {
+    int d = status.ebf_depth;
+    if (d > 5 && d < PV_LENGTH && status.nodes_at[d] && status.nodes_at[d - 4])
+        return std::pow(static_cast<double>(status.nodes_at[d]) /
+                            static_cast<double>(status.nodes_at[d - 4]),
+                        0.25);
+    return 2.0;
+}
+
+static double percent(u64 hits, u64 probes) {
+    return 100.0 * static_cast<double>(hits) / static_cast<double>(probes + 1);
+}
+
+// The console's summary of a finished search.
+static void print_console_summary(const char *best, f32 elapsed) {
+    refresh_hash_fill();
+    char text[512];
+    double nodes = static_cast<double>(status.nodes);
+    std::snprintf(text, sizeof text,
+                  "move= %s, time= %0.3f, score= %d, nodes= %0.0f, nps= "
+                  "%0.0fK ebf= %0.2f",
+                  best, static_cast<double>(elapsed), status.score, nodes,
+                  nodes / (elapsed + 0.001) * 0.001, branching_factor());
+    print_line(text);
+    std::snprintf(
+        text, sizeof text,
+        "Hash fill= %.1f%%, Hash hits: main= %0.1f%%, pawn= "
+        "%0.1f%%, eval= %0.1f%%, TB=%0.0fK",
+        status.hash_fill * 100.0, percent(status.hash_hits, status.hash_probes),
+        percent(status.pawn_hits, status.pawn_probes),
+        percent(status.eval_hits, status.eval_probes), status.tb_hits * 0.001);
+    print_line(text);
+    const i32 *c = status.count;
+    if (c[0] + c[1] + c[2] + c[3] > 0) {
+        std::snprintf(text, sizeof text,
+                      "ncnt1= %d, ncnt2= %d, ncnt3= %d, ncnt4= %d", c[0], c[1],
+                      c[2], c[3]);
+        print_line(text);
+    }
+    print_line("");
+}
+
+// Finish: the last info line, then "bestmove".
+static void finish_thinking() {
+    store_state(0);
+    read_elapsed();
+    f32 elapsed = relaxed_load(status.elapsed);
+    // 1.
+    bool due = load_stop() || elapsed >= settings.noise;
+    if (due && settings.noise != NEVER_PRINT && status.best_depth != 0 &&
+        status.pv[1] != NO_MOVE)
+        print_search_line(0, 0, status.best_depth, status.score, status.pv);
+    // 2.
+    const Position &pos = front_worker->position;
+    char best[MOVE_TEXT_SIZE], reply[MOVE_TEXT_SIZE];
+    move_text(pos, pos.side, status.pv[1], best);
+    move_text(pos, pos.side ^ 1, status.pv[2], reply);
+    if (settings.uci_mode) {
+        // 3. A very fast answer must not overtake the other side.
+        if (elapsed < 0.006f && status.clock[pos.side] > 1.0f)
+            sleep_milliseconds(1);
+        char ponder[MOVE_TEXT_SIZE + 8] = "";
+        if (status.pv[2] != NO_MOVE)
+            std::snprintf(ponder, sizeof ponder, " ponder %s", reply);
+        char text[64];
+        std::snprintf(text, sizeof text, "bestmove %s%s", best, ponder);
+        print_line(text);
+    } else {
+        // 4.
+        print_console_summary(best, elapsed);
+    }
+}
+
+// A search still running when the loop ends is stopped and waited for,
+// so that shutdown never frees what a search thread uses.
+static void end_running_search() {
+    if (load_state() == 0) return;
+    store_stop(1);
+    add_state_bits(STATE_STOP_RECEIVED);
+    while (!(load_state() & STATE_FINISHED)) sleep_milliseconds(1);
+    store_state(0);
+}
+
+void think_cycle() {
+    set_fen(front_worker->position, START_FEN);
+    settings.quit = 0;
+    store_stop(0);
+    store_state(0);
+    constexpr u16 REQUESTS = STATE_REQUEST_THINK | STATE_REQUEST_PONDER;
+    while (!settings.quit) {
+        // 1.
+        if (!(load_state() &
+              (REQUESTS | STATE_FINISHED | STATE_STOP_RECEIVED))) {
+            sleep_milliseconds(1);
+            check_time();
+            poll_input();
+            if (settings.quit) break;
+        }
+        // 2.
+        if (load_state() & REQUESTS) start_thinking();
+        // 3.
+        if (load_state() & STATE_FINISHED) finish_thinking();
+    }
+    end_running_search();
+}
