@@ -3,10 +3,30 @@
 #include <gtest/gtest.h>
 
 #include "test_support.h"
+#include "tools/bench.h"
 
 TEST(Search, MateInOneScoresMateAtPlyTwo) {
     // Ra8 mates at once: the mate stands at ply 2, score 10000 - 2.
     SearchOutcome r = run_search("6k1/5ppp/8/8/8/8/8/R5K1 w - - 0 1", 4);
     EXPECT_EQ(r.best_move, coord_move("a1a8"));
     EXPECT_EQ(r.score, 9998);
+}
+
+// The benchmark positions searched twice from a fresh start give the same
+// node count and move, position by position.
+TEST(Search, BenchmarkPositionsGiveStableNodeCounts) {
+    for (const char *fen : BENCH_POSITIONS) {
+        SCOPED_TRACE(fen);
+        SearchOutcome runs[2];
+        for (SearchOutcome &r : runs) {
+            // The evaluation cache of a kept Worker would carry over.
+            free_worker(workers[0]);
+            workers[0] = nullptr;
+            r = run_search(fen, 5);
+        }
+        EXPECT_GT(runs[0].nodes, 0u);
+        EXPECT_EQ(runs[0].nodes, runs[1].nodes);
+        EXPECT_EQ(runs[0].best_move, runs[1].best_move);
+        EXPECT_NE(runs[0].best_move, NO_MOVE);
+    }
 }
