@@ -12,6 +12,7 @@
 
 #include "eval/eval.h"
 #include "frontend/frontend.h"
+#include "frontend/options.h"
 #include "frontend/output.h"
 #include "frontend/protocol.h"
 #include "frontend/switches.h"
@@ -173,7 +174,8 @@ int engine_main(int argc, char **argv) {
     if (settings.log && !log_file) open_log();
     // 18. Timer resolution: Linux sleeps and clocks already have a fine
     // grain, and there is no system-wide timer period to set.
-    // 19. The configuration file is read here once the options code is in.
+    // 19. The configuration file.
+    load_config();
     // 20. The evaluation parameters: names, tables, spare slots, values.
     init_eval_params();
     // 21. The network is not part of this build yet.
