@@ -323,6 +323,15 @@ struct UciE2ETest : testing::Test {
         return got;
     }
 
+    // The moves leave the side to move without a legal reply: the engine
+    // answers "bestmove null".
+    void expect_no_reply_after(const char *fen, const char *moves) {
+        engine.send(std::string("position fen ") + fen + " " + moves);
+        auto best = go("go depth 3", 5000);
+        ASSERT_TRUE(best) << engine.transcript();
+        EXPECT_EQ(*best, "bestmove null") << moves;
+    }
+
     std::string file_text(const std::string &name) const {
         std::ifstream in(dir + "/" + name, std::ios::binary);
         std::stringstream text;
@@ -744,16 +753,9 @@ constexpr const char *LONG_CASTLE_MATES =
 
 TEST_F(UciE2EPosition, CastlingInTheStandardForm) {
     start();
-    engine.send(std::string("position fen ") + SHORT_CASTLE_MATES +
-                " moves e1g1");
-    auto best = go("go depth 3", 5000);
-    ASSERT_TRUE(best) << engine.transcript();
-    EXPECT_EQ(*best, "bestmove null");
-    engine.send(std::string("position fen ") + LONG_CASTLE_MATES +
-                " moves e1c1");
-    best = go("go depth 3", 5000);
-    ASSERT_TRUE(best) << engine.transcript();
-    EXPECT_EQ(*best, "bestmove null");
+    std::optional<std::string> best;
+    expect_no_reply_after(SHORT_CASTLE_MATES, "moves e1g1");
+    expect_no_reply_after(LONG_CASTLE_MATES, "moves e1c1");
     // A plain king step keeps the rook at home: Black is free.
     engine.send(std::string("position fen ") + SHORT_CASTLE_MATES +
                 " moves e1f1");
@@ -771,22 +773,12 @@ TEST_F(UciE2EPosition, CastlingAsKingTakesRookUnderChess960) {
     engine.send("setoption name UCI_Chess960 value true");
     ASSERT_TRUE(
         engine.wait_for(line_is("info string UCI_Chess960 set to 1"), 2000));
-    engine.send(std::string("position fen ") + SHORT_CASTLE_MATES +
-                " moves e1h1");
-    auto best = go("go depth 3", 5000);
-    ASSERT_TRUE(best) << engine.transcript();
-    EXPECT_EQ(*best, "bestmove null");
-    engine.send(std::string("position fen ") + LONG_CASTLE_MATES +
-                " moves e1a1");
-    best = go("go depth 3", 5000);
-    ASSERT_TRUE(best) << engine.transcript();
-    EXPECT_EQ(*best, "bestmove null");
+    std::optional<std::string> best;
+    expect_no_reply_after(SHORT_CASTLE_MATES, "moves e1h1");
+    expect_no_reply_after(LONG_CASTLE_MATES, "moves e1a1");
     // A king beside its rook: f1h1 castles, f1g1 is a king step.
     const char *king_f1 = "4rkr1/4p1p1/8/8/8/8/8/5K1R w K - 0 1";
-    engine.send(std::string("position fen ") + king_f1 + " moves f1h1");
-    best = go("go depth 3", 5000);
-    ASSERT_TRUE(best) << engine.transcript();
-    EXPECT_EQ(*best, "bestmove null");
+    expect_no_reply_after(king_f1, "moves f1h1");
     engine.send(std::string("position fen ") + king_f1 + " moves f1g1");
     best = go("go depth 3", 5000);
     ASSERT_TRUE(best) << engine.transcript();
