@@ -20,6 +20,7 @@
 #include "search/hash.h"
 #include "search/search.h"
 #include "tools/bench.h"
+#include "tools/epd.h"
 
 // The folder the executable was started from, as an absolute path with
 // forward slashes.  Kept for the user's inspection; nothing reads it.
@@ -94,15 +95,23 @@ static void dispatch(i32 mode, bool bench_inline) {
             calibrate();
             think_cycle();
             break;
+        case MODE_ANALYSE_EPD:
+            end_of_input_quits = false;
+            epd_analyze(settings.input_file, 0);
+            break;
+        case MODE_MULTI_PASS_EPD:
+            end_of_input_quits = false;
+            epd_multi_pass(settings.input_file);
+            break;
         case MODE_BENCH:
             run_bench(bench_inline);
             break;
         case MODE_CONFIG_ONLY:
             break;
         default:
-            // The tools (EPD analysis, PGN scan, bench, book building,
-            // training data) are not in this build yet: their modes end
-            // in the shutdown like every unknown mode.
+            // The PGN scan, book building and training data are not in
+            // this build yet: their modes end in the shutdown like every
+            // unknown mode.
             break;
     }
 }

@@ -20,6 +20,7 @@ static char assembled[LINE_LIMIT + 1];
 static int assembled_length;
 static int is_pipe = -1;
 static bool input_closed;
+bool end_of_input_quits = true;
 
 // A line that would not fit whole is dropped rather than cut.
 static void queue_line(const char *text, int length) {
@@ -98,7 +99,7 @@ void poll_input() {
     // 5.
     char line[PENDING_SIZE];
     if (!take_line(line)) {
-        if (input_closed) settings.quit = 1;
+        if (input_closed && end_of_input_quits) settings.quit = 1;
         return;
     }
     // 6.

@@ -4,8 +4,13 @@
 
 #include "frontend.h"
 
+// Whether the end of standard input counts as quit.  A front end that
+// closes its pipe has gone away; a tool run with no input attached has
+// not, and works through its file.
+extern bool end_of_input_quits;
 // Reads what waits on standard input and hands on at most one whole line.
-// When the input has ended and every line is handled, sets quit.
+// When the input has ended and every line is handled, sets quit (see
+// end_of_input_quits).
 void poll_input();
 // Interprets one UCI line; `line` may be written to.
 void uci_command(char *line);

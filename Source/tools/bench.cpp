@@ -65,9 +65,11 @@ static void bench_threaded() {
     }
 }
 
-// One position on this thread: only the depth ends it.
+// One position on this thread: only the depth ends it.  The search that
+// ended the last position left stop raised; each position starts clear.
 static void bench_inline() {
     if (init_worker(0) != 0) std::exit(-1);
+    store_stop(0);
     store_state(STATE_BENCH);
     if (settings.threads > 0 && !load_stop()) search_root(0);
     aggregate_counters();
