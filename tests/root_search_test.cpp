@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "frontend/protocol.h"
 #include "frontend/relaxed.h"
 #include "frontend/strength.h"
 #include "frontend/time_control.h"
@@ -894,9 +895,36 @@ TEST_F(CheckTimeTest, MoveTimeStopsOnceTheTargetHasPassed) {
 }
 
 TEST_F(CheckTimeTest, NoStopBeforeDepthTwo) {
+    // The clock is out, but the first iteration still runs (its own limit
+    // is the far target).
     EXPECT_FALSE(check(0.0f, 1));
+    EXPECT_FALSE(check(0.0f, 1, STATE_THINKING));
     EXPECT_FALSE(check(0.0f, 0));
     EXPECT_TRUE(check(0.0f, 2));
+}
+
+// In a game the first iteration ends once the plan for the move is spent,
+// whatever the clock; the benches and analysis always finish it.
+TEST_F(CheckTimeTest, FirstIterationInAGameEndsWithTheWholePlan) {
+    EXPECT_FALSE(check(0.0f, 1, STATE_THINKING, 0.02f));
+    sleep_milliseconds(25);
+    check_time();
+    EXPECT_EQ(load_stop(), 1);
+    // A target under 10 ms counts as 10 ms.
+    EXPECT_FALSE(check(10.0f, 1, STATE_THINKING, 0.0f));
+    sleep_milliseconds(12);
+    check_time();
+    EXPECT_EQ(load_stop(), 1);
+    EXPECT_FALSE(check(10.0f, 0, STATE_THINKING, 30.0f));
+}
+
+TEST_F(CheckTimeTest, FirstIterationOfBenchOrPonderIsNeverCut) {
+    for (u16 state : {STATE_BENCH, STATE_PONDERING, u16(0)}) {
+        EXPECT_FALSE(check(0.0f, 1, state, 0.01f)) << state;
+        sleep_milliseconds(15);
+        check_time();
+        EXPECT_EQ(load_stop(), 0) << state;
+    }
 }
 
 TEST_F(CheckTimeTest, NoStopWhilePonderingOrIdle) {
@@ -923,6 +951,44 @@ TEST_F(CheckTimeTest, SingleReplyStopsFromDepthSix) {
     EXPECT_TRUE(check(100.0f, 9));
     status.single_reply = 0;
     EXPECT_FALSE(check(100.0f, 6));
+}
+
+}  // namespace
+
+namespace {
+
+bool is_legal_here(Move m) {
+    Move legal[MAX_MOVES];
+    int n = legal_moves(front_worker->position, legal);
+    for (int i = 0; i < n; i++)
+        if (legal[i] == m) return true;
+    return false;
+}
+
+TEST_F(RootSearchTest, AnswerIsTheBestMoveWhenThereIsOne) {
+    SearchOutcome r = run_search(START_FEN, 3);
+    ASSERT_NE(r.best_move, NO_MOVE);
+    EXPECT_EQ(answer_move(), r.best_move);
+}
+
+// Stopped before any root move was searched: the first legal move of the
+// root order stands in, never "null" while a legal move exists.
+TEST_F(RootSearchTest, StoppedSearchAnswersWithTheFirstRootMove) {
+    run_search("r1bqkbnr/pppp1ppp/2n5/4p3/4P3/5N2/PPPP1PPP/RNBQKB1R w KQkq -",
+               2);
+    status.pv[1] = NO_MOVE;
+    Move m = answer_move();
+    EXPECT_EQ(m, workers[0]->plies[1].list_start[0].move);
+    EXPECT_TRUE(is_legal_here(m));
+    // A root list of another position gives way to a legal move here.
+    test_position("7k/8/8/8/8/8/8/K7 w - -");
+    status.pv[1] = NO_MOVE;
+    m = answer_move();
+    EXPECT_TRUE(is_legal_here(m));
+    // No legal move: no answer.
+    test_position("7k/5Q2/6K1/8/8/8/8/8 b - -");
+    status.pv[1] = NO_MOVE;
+    EXPECT_EQ(answer_move(), NO_MOVE);
 }
 
 }  // namespace

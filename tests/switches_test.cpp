@@ -221,6 +221,8 @@ TEST_F(SwitchesTest, OddNumbersReadSafely) {
 TEST_F(SwitchesTest, NpsKeepsTheTargetSpeed) {
     read_ok({"-nps", "100000"});
     EXPECT_EQ(status.target_nps, 100000.0f);
+    EXPECT_EQ(settings.elo, 2914);
+    EXPECT_EQ(settings.limit_strength, 1);
 }
 
 TEST_F(SwitchesTest, HashIsClamped) {

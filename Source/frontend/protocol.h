@@ -21,3 +21,7 @@ void think_cycle();
 void kill_search();
 // Measures this machine's search speed for the strength limit.
 void calibrate();
+// The move a finished search answers with: its best move, or, when it
+// was stopped before it had one, the first legal move of its root order;
+// 0 only when the side to move has no legal move.
+Move answer_move();

@@ -20,10 +20,22 @@ f32 elo_of_speed(f32 nps) {
                             1188.0);
 }
 
+// The model's Elo as a whole number; a speed of 15 or less has none.
+static i16 whole_elo(f32 elo) {
+    if (!(elo > -32768.0f && elo < 32768.0f)) return 0;
+    return static_cast<i16>(elo);
+}
+
+void limit_to_speed(f32 nps) {
+    status.target_nps = nps;
+    settings.elo = whole_elo(elo_of_speed(nps));
+    settings.limit_strength = 1;
+}
+
 void settle_strength() {
     if (!settings.limit_strength) {
         status.target_nps = settings.calib_nps;
-        settings.elo = static_cast<i16>(settings.calib_elo);
+        settings.elo = whole_elo(settings.calib_elo);
         return;
     }
     if (settings.elo <= 0) return;
@@ -45,7 +57,7 @@ void settle_strength() {
     if (status.target_nps > settings.calib_nps - 30) {
         settings.limit_strength = 0;
         status.target_nps = settings.calib_nps;
-        settings.elo = static_cast<i16>(settings.calib_elo);
+        settings.elo = whole_elo(settings.calib_elo);
     }
 }
 

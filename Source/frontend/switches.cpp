@@ -7,8 +7,11 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+
+#include "strength.h"
 
 // The tuner's tablebase folders, named as on the machine it was made for.
 static constexpr const char *TUNE_SYZYGY_PATH =
@@ -126,9 +129,10 @@ static void read_limit_switches(SwitchRound &r) {
         settings.level_time = 1000.0f;
         settings.max_nodes = static_cast<u64>(read_i64(take_value(r)));
     }
-    // Only the speed is kept for now: the Elo line and the strength limit
-    // itself are applied from it once the strength code is in.
-    if (is(r, "-nps")) status.target_nps = read_float(take_value(r));
+    if (is(r, "-nps")) {
+        limit_to_speed(read_float(take_value(r)));
+        std::printf("Elo= %d\n", settings.elo);
+    }
     if (is(r, "-hash")) {
         i32 mb = read_int(take_value(r));
         settings.hash_mb = mb < 0 ? 0 : mb > 32768 ? 32768 : mb;

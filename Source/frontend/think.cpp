@@ -83,6 +83,23 @@ static void print_console_summary(const char *best, f32 elapsed) {
     print_line("");
 }
 
+// A search stopped before its first root move was searched has no best
+// move; the front end still gets a legal one: the first legal entry of
+// the root list in the search's order, else any legal move.
+Move answer_move() {
+    if (status.pv[1] != NO_MOVE) return status.pv[1];
+    Position &pos = front_worker->position;
+    Move legal[MAX_MOVES];
+    int count = legal_moves(pos, legal);
+    if (count == 0) return NO_MOVE;
+    const Worker *w = workers[0];
+    const MoveEntry *root = w ? w->plies[1].list_start : nullptr;
+    for (int i = 0; root && i < MAX_MOVES && root[i].move != END_OF_LIST; i++)
+        for (int k = 0; k < count; k++)
+            if (legal[k] == root[i].move) return legal[k];
+    return legal[0];
+}
+
 // Finish: the last info line, then "bestmove".
 static void finish_thinking() {
     store_state(0);
@@ -96,7 +113,7 @@ static void finish_thinking() {
     // 2.
     const Position &pos = front_worker->position;
     char best[MOVE_TEXT_SIZE], reply[MOVE_TEXT_SIZE];
-    move_text(pos, pos.side, status.pv[1], best);
+    move_text(pos, pos.side, answer_move(), best);
     move_text(pos, pos.side ^ 1, status.pv[2], reply);
     if (settings.uci_mode) {
         // 3. A very fast answer must not overtake the other side.

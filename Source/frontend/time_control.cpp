@@ -87,15 +87,30 @@ static f32 helper_extra(const TimeView &view, f32 extra, f32 remaining,
     return extra;
 }
 
+// The first iteration is never cut by the plan above, but in a won
+// ending its capture search can run on for seconds (checks that extend
+// the depth as fast as it falls).  With a clock running, it ends once
+// the whole plan for the move is spent; the finish then plays the best
+// root move known.  Anywhere else it takes microseconds and this never
+// fires.
+static void check_first_iteration(u16 state) {
+    if (!(state & STATE_THINKING)) return;
+    f32 target = relaxed_load(status.target_time);
+    if (target < 0.01f) target = 0.01f;
+    if (relaxed_load(status.elapsed) >= target) store_stop(1);
+}
+
 void check_time() {
     read_elapsed();
     u16 state = load_state();
     // The depth and score of the main search, read once for this check.
     TimeView view{status.depth.load(std::memory_order_relaxed),
                   relaxed_load(status.score)};
-    if (load_stop() != 0 || !(state & (STATE_THINKING | STATE_BENCH)) ||
-        view.depth <= 1)
+    if (load_stop() != 0 || !(state & (STATE_THINKING | STATE_BENCH))) return;
+    if (view.depth <= 1) {
+        check_first_iteration(state);
         return;
+    }
     f32 elapsed = relaxed_load(status.elapsed);
     // 1.
     f32 remaining = relaxed_load(status.clock[status.root_side & 1]) - elapsed;
