@@ -1020,3 +1020,102 @@ TEST_F(UciE2ELog, LogOptionOpensTheLog) {
 }
 
 }  // namespace
+
+namespace {
+
+using UciE2EGame = UciE2ETest;
+
+// The legal move of `pos` written as `text`, made on `pos`; false if none.
+bool play_text(Position &pos, const std::string &text) {
+    Move legal[MAX_MOVES];
+    int n = legal_moves(pos, legal);
+    for (int i = 0; i < n; i++) {
+        char written[MOVE_TEXT_SIZE];
+        coord_text(pos, pos.side, legal[i], written);
+        if (text == written) {
+            make_move(pos, legal[i]);
+            return true;
+        }
+    }
+    return false;
+}
+
+// A whole game on a short clock, the engine playing both sides: each
+// answer is legal and comes before its side's clock runs out.
+TEST_F(UciE2EGame, ShortClockGameNeverLosesOnTime) {
+    start();
+    engine.send("setoption name Ponder value false");
+    engine.send("ucinewgame");
+    ASSERT_TRUE(engine.ready());
+    u8 saved_mode = settings.uci_mode;
+    settings.uci_mode = 1;
+    Position &pos = test_position(START_FEN);
+    double clock[2] = {1.5, 1.5};
+    const double increment = 0.015;
+    std::string moves;
+    for (int ply = 0; ply < 60; ply++) {
+        int side = pos.side;
+        engine.send("position startpos" +
+                    (moves.empty() ? "" : " moves" + moves));
+        char go_line[128];
+        std::snprintf(go_line, sizeof go_line,
+                      "go wtime %d btime %d winc 15 binc 15",
+                      static_cast<int>(clock[0] * 1000),
+                      static_cast<int>(clock[1] * 1000));
+        double seconds = 0;
+        auto best = go(go_line, 5000, nullptr, &seconds);
+        ASSERT_TRUE(best) << engine.transcript();
+        clock[side] -= seconds;
+        ASSERT_GT(clock[side], 0.0) << "ply " << ply << ": " << *best;
+        clock[side] += increment;
+        std::string move = best_of(*best);
+        Move legal[MAX_MOVES];
+        if (legal_moves(pos, legal) == 0) {
+            EXPECT_EQ(move, "null");
+            break;
+        }
+        ASSERT_TRUE(play_text(pos, move)) << "ply " << ply << ": " << *best;
+        moves += " " + move;
+    }
+    settings.uci_mode = saved_mode;
+    test_position(START_FEN);
+    EXPECT_EQ(engine.quit(), 0);
+}
+
+// A ponderhit during a plain search changes nothing: one answer.
+TEST_F(UciE2EGame, PonderhitDuringAPlainSearchDoesNothing) {
+    start();
+    engine.send("position startpos");
+    engine.send("go movetime 300");
+    ASSERT_TRUE(engine.wait_for(line_starts("info depth"), 3000));
+    engine.send("ponderhit");
+    auto best = engine.wait_for(is_bestmove, 3000);
+    ASSERT_TRUE(best) << engine.transcript();
+    auto later = engine.lines_for(200);
+    EXPECT_EQ(count_matching(later, is_bestmove), 0) << joined(later);
+    EXPECT_EQ(engine.quit(), 0);
+}
+
+TEST_F(UciE2EGame, EmptyLinesAddNothing) {
+    start();
+    engine.send_raw("\n\n\r\n\nisready\n");
+    std::vector<std::string> before;
+    ASSERT_TRUE(engine.wait_for(line_is("readyok"), 3000, &before));
+    EXPECT_TRUE(before.empty()) << joined(before);
+    EXPECT_EQ(engine.quit(), 0);
+}
+
+// With the print delay at "never" no info line is shown; the answer is.
+TEST_F(UciE2EGame, SilentSearchStillAnswers) {
+    start({"-noise", "9999"});
+    engine.send("position startpos");
+    std::vector<std::string> info;
+    auto best = go("go depth 4", 5000, &info);
+    ASSERT_TRUE(best) << engine.transcript();
+    EXPECT_EQ(count_matching(info, line_starts("info depth")), 0)
+        << joined(info);
+    EXPECT_EQ(legal_texts(START_MOVES_FEN).count(best_of(*best)), 1u);
+    EXPECT_EQ(engine.quit(), 0);
+}
+
+}  // namespace
