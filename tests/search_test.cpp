@@ -30,3 +30,19 @@ TEST(Search, BenchmarkPositionsGiveStableNodeCounts) {
         EXPECT_NE(runs[0].best_move, NO_MOVE);
     }
 }
+
+// A depth up to 50 stands; a deeper one, or none (80), means 17.
+TEST(Search, BenchmarkDepthIs17UnlessSetUpTo50) {
+    EngineSettings saved = settings;
+    for (auto [given, used] : {std::pair{80, 17}, std::pair{51, 17},
+                               std::pair{50, 50}, std::pair{10, 10}}) {
+        settings.max_depth = static_cast<i8>(given);
+        settings.noise = 0.0f;
+        settings.level_time = 5.0f;
+        set_bench_limits();
+        EXPECT_EQ(settings.max_depth, used) << given;
+        EXPECT_EQ(settings.noise, 9999.0f);
+        EXPECT_EQ(settings.level_time, 99.0f);
+    }
+    settings = saved;
+}

@@ -75,11 +75,15 @@ static void bench_inline() {
     aggregate_counters();
 }
 
-void run_bench(bool inline_search) {
-    // 1.
+void set_bench_limits() {
     settings.level_time = 99.0f;
     settings.noise = 9999.0f;
     if (settings.max_depth > 50) settings.max_depth = 17;
+}
+
+void run_bench(bool inline_search) {
+    // 1.
+    set_bench_limits();
     // 2.
     char text[128];
     std::snprintf(text, sizeof text, "%s running benchmark using %d threads",
