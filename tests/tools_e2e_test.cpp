@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <regex>
 
 #include "engine_process.h"
@@ -262,6 +263,47 @@ TEST_F(ToolsE2E, PbenchSearchesTheSameTreeOnOneThread) {
     long long alone = bench_nodes(inline_run.lines());
     EXPECT_GT(threaded, 0);
     EXPECT_EQ(alone, threaded);
+}
+
+}  // namespace
+
+namespace {
+
+// Random bytes, cut lines, and FEN texts with men in odd places: the
+// analysis reads them all, searches what it can and ends with its summary.
+TEST_F(ToolsE2E, AnalysisOfAFileOfJunkEndsWithTheSummary) {
+    std::mt19937 rng(2024);
+    const std::string real =
+        "r1bqkbnr/pppp1ppp/2n5/4p3/4P3/5N2/PPPP1PPP/RNBQKB1R w KQkq - 2 3 bm "
+        "Bb5, Bc4; am h3; c0 \"Bb5=10, Bc4=8\"; id \"open.1\";";
+    const std::string men = "pnbrqkPNBRQK12345678/";
+    std::string text;
+    for (int i = 0; i < 40; i++) {
+        switch (rng() % 4) {
+            case 0:  // a prefix of a real line
+                text += real.substr(0, rng() % real.size());
+                break;
+            case 1: {  // random bytes, no line ends
+                int n = static_cast<int>(rng() % 700);
+                for (int k = 0; k < n; k++) {
+                    char c = static_cast<char>(1 + rng() % 255);
+                    text += c == '\n' ? ' ' : c;
+                }
+                break;
+            }
+            default: {  // a board of random men, then a side and tests
+                for (int k = 0; k < 30; k++) text += men[rng() % men.size()];
+                text += rng() % 2 ? " w" : " b";
+                text += " KQkq - bm e4; am Kb1; c0 \"a=1\";";
+            }
+        }
+        text += "\n";
+    }
+    write_file("junk.epd", text);
+    ASSERT_EQ(run_tool({"-anepd", "junk.epd", "-d", "3"}, 120000), 0)
+        << engine.transcript() << engine.err();
+    EXPECT_EQ(count_matching(engine.lines(), line_starts("score= ")), 1)
+        << engine.transcript();
 }
 
 }  // namespace
