@@ -3,8 +3,10 @@ EXE ?= quillon
 BUILD ?= build
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
-# The tests of threads sharing the search, run under ThreadSanitizer.
-TSAN_TESTS ?= ParallelSearch.*:HashTest.Threads*
+# The tests of threads sharing the search, run under ThreadSanitizer: the
+# threaded searches, and the engine process (built with it) answering
+# commands, options and the clock while its search thread runs.
+TSAN_TESTS ?= ParallelSearch.*:HashTest.Threads*:UciE2ESearch.*:UciE2EPonder.*:UciE2EOptions.TableOptions*:UciE2EBadInput.*During*:UciE2EGame.ShortClock*
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CTEST_FLAGS ?= --output-on-failure -j $(JOBS) -LE slow
 

@@ -118,8 +118,8 @@ static i32 contempt_for(const Position &pos, int side) {
     int pieces = pos.piece_points[WHITE] + pos.piece_points[BLACK];
     if (pieces < 6) pieces = 6;
     int phase = pieces + 2 * pawns - 6;
-    i32 c =
-        (CONTEMPT_BASE * (phase - 41)) / 41 + (settings.contempt * phase) / 82;
+    i32 c = (CONTEMPT_BASE * (phase - 41)) / 41 +
+            (relaxed_load(settings.contempt) * phase) / 82;
     return side == status.root_side ? c : -c;
 }
 
@@ -138,7 +138,7 @@ i32 evaluate(Worker *worker, int side, int ply, int in_check) {
     if (endgame_shortcut(pos, side, score)) return score;
     // 5. A cached value comes back without contempt or damping; that
     // difference from a fresh one is kept on purpose.
-    bool network = NETWORK_BUILT && settings.use_nn;
+    bool network = NETWORK_BUILT && relaxed_load(settings.use_nn);
     EvalCacheEntry &entry = worker->eval_cache[(pos.key & 0x7FFE) + side];
     if (entry.key == pos.key && ply >= 2) {
         relaxed_increment(worker->eval_hit_count);

@@ -8,6 +8,7 @@
 
 #include "../search/search.h"
 #include "frontend.h"
+#include "relaxed.h"
 
 const char SQUARE_NAMES[64][3] = {
     "a1", "b1", "c1", "d1", "e1", "f1", "g1", "h1",  //
@@ -190,7 +191,7 @@ void coord_text(const Position &pos, int side, Move move, char *out) {
         if (r == 0 || r == 7) {
             // Castling: the king takes its rook under Chess960.
             int rook = castling_rook_square(pos, side, move);
-            if (settings.chess960 && rook < 64)
+            if (relaxed_load(settings.chess960) && rook < 64)
                 o = put_square(o, rook);
             else
                 o = put_square(o, to);
@@ -199,7 +200,7 @@ void coord_text(const Position &pos, int side, Move move, char *out) {
             static const char UCI[] = " nbrq";
             static const char CONSOLE[] = " NBRQ";
             int type = promotion_type(move);
-            if (settings.uci_mode) {
+            if (relaxed_load(settings.uci_mode)) {
                 *o++ = UCI[type == QUEEN ? 4 : type - 1];
             } else {
                 *o++ = '=';
@@ -284,8 +285,8 @@ void move_forms(const Position &pos, Move move, char *coord, char *san,
         // king-takes-rook form, one in `coord` and the other in
         // `long_form`.
         int rook = castling_rook_square(pos, us, move);
-        int other = settings.chess960 || rook >= 64 ? to : rook;
-        int first = settings.chess960 && rook < 64 ? rook : to;
+        int other = relaxed_load(settings.chess960) || rook >= 64 ? to : rook;
+        int first = relaxed_load(settings.chess960) && rook < 64 ? rook : to;
         *put_square(put_square(long_form, from), other) = 0;
         if (move & FLAG_SHORT) {
             std::strcpy(san, "o-o");

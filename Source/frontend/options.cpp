@@ -12,6 +12,7 @@
 #include "../search/hash.h"
 #include "frontend.h"
 #include "output.h"
+#include "relaxed.h"
 
 // Any state bit, a request included, means a search is on or about to
 // start: options that touch the hash table, the thread count or the whole
@@ -90,7 +91,7 @@ static void set_threads(const OptionRow &row, const char *value) {
 }
 
 static void set_move_overhead(const OptionRow &row, const char *value) {
-    settings.move_overhead = static_cast<i16>(spin(row, value));
+    relaxed_store(settings.move_overhead, spin(row, value));
 }
 
 static void set_ponder(const OptionRow &row, const char *value) {
@@ -98,17 +99,17 @@ static void set_ponder(const OptionRow &row, const char *value) {
 }
 
 static void set_contempt(const OptionRow &row, const char *value) {
-    settings.contempt = static_cast<i16>(spin(row, value));
+    relaxed_store(settings.contempt, spin(row, value));
 }
 
 // The margins and reduction tables are rebuilt from it when the next
 // search starts; the running one keeps its own.
 static void set_selectivity(const OptionRow &row, const char *value) {
-    settings.selectivity = static_cast<i16>(spin(row, value));
+    relaxed_store(settings.selectivity, spin(row, value));
 }
 
 static void set_multi_pv(const OptionRow &row, const char *value) {
-    settings.multi_pv = static_cast<u8>(spin(row, value));
+    relaxed_store(settings.multi_pv, spin(row, value));
 }
 
 // Only the name is kept so far: reading the weights from it (and making a
@@ -119,7 +120,7 @@ static void set_nn_file(const OptionRow &row, const char *value) {
 }
 
 static void set_use_nn(const OptionRow &row, const char *value) {
-    settings.use_nn = check(row, value);
+    relaxed_store(settings.use_nn, check(row, value));
 }
 
 static void set_own_book(const OptionRow &row, const char *value) {
@@ -150,9 +151,7 @@ static void set_book2_depth(const OptionRow &row, const char *value) {
 // off still records it there.  Turning it off leaves the file open; it
 // just receives nothing until the log is turned on again.
 static void set_log(const OptionRow &row, const char *value) {
-    u8 on = check(row, value);
-    settings.log = on;
-    if (on && !log_file) open_log();
+    set_logging(check(row, value) != 0);
 }
 
 static void clear_hash(const OptionRow &, const char *) {
@@ -171,8 +170,9 @@ static void set_syzygy_path(const OptionRow &row, const char *value) {
 // Seven-man tables are probed three plies further from the leaves than
 // six-man ones.
 static void set_probe_depth6(const OptionRow &row, const char *value) {
-    settings.tb_probe_depth6 = static_cast<i8>(spin(row, value));
-    settings.tb_probe_depth7 = static_cast<i8>(settings.tb_probe_depth6 + 3);
+    int depth6 = spin(row, value);
+    relaxed_store(settings.tb_probe_depth6, depth6);
+    relaxed_store(settings.tb_probe_depth7, depth6 + 3);
 }
 
 static void set_limit_strength(const OptionRow &row, const char *value) {
@@ -187,7 +187,7 @@ static void set_elo(const OptionRow &row, const char *value) {
 }
 
 static void set_chess960(const OptionRow &row, const char *value) {
-    settings.chess960 = check(row, value);
+    relaxed_store(settings.chess960, check(row, value));
 }
 
 // Texts, checks and the button carry no range.

@@ -16,3 +16,6 @@ void log_line(const char *text);
 // Opens "quillon.log" in the working directory if no log is open.
 void open_log();
 void close_log();
+// Turns logging on or off (opening the log when needed) while other
+// threads may be printing.
+void set_logging(bool on);

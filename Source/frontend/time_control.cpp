@@ -118,9 +118,10 @@ void check_time() {
     // 2. The overhead option counts only up to 25 ms here.
     f32 guard = 0.0f;
     if (settings.level_moves != 1)
-        guard = settings.move_overhead < 25
-                    ? static_cast<f32>(settings.move_overhead * 0.001)
-                    : 0.025f;
+        guard =
+            relaxed_load(settings.move_overhead) < 25
+                ? static_cast<f32>(relaxed_load(settings.move_overhead) * 0.001)
+                : 0.025f;
     // 3.
     f32 target = relaxed_load(status.target_time);
     if (target < 0.01f) target = 0.01f;

@@ -11,6 +11,7 @@
 #include "options.h"
 #include "output.h"
 #include "protocol.h"
+#include "relaxed.h"
 
 static int debug_commands = 1;
 
@@ -281,7 +282,7 @@ void uci_command(char *line) {
     char word[128];
     char *rest = const_cast<char *>(split_command(line, word));
     if (!std::strcmp(word, "uci")) {
-        settings.uci_mode = 1;
+        relaxed_store(settings.uci_mode, 1);
         print_uci_block();
     } else if (!std::strcmp(word, "isready")) {
         print_line("readyok");

@@ -4,6 +4,7 @@
 #include "tbprobe.h"
 
 #include "../frontend/frontend.h"
+#include "../frontend/relaxed.h"
 
 int TB_LARGEST = 0;
 
@@ -14,8 +15,8 @@ static int men_on_board(const Position &pos) {
 // The depth a node needs before a table of `men` men is asked.
 static int probe_threshold(int men) {
     if (men < 6) return settings.tb_probe_depth_low;
-    if (men == 6) return settings.tb_probe_depth6;
-    if (men == 7) return settings.tb_probe_depth7;
+    if (men == 6) return relaxed_load(settings.tb_probe_depth6);
+    if (men == 7) return relaxed_load(settings.tb_probe_depth7);
     return 80;
 }
 

@@ -32,7 +32,7 @@ void report_best(Worker *w) {
         status.move_at[best_depth] = w->pv[1];
     }
     // 4. With several lines, each is printed when it is done.
-    if (best_depth <= 1 || settings.multi_pv != 1) return;
+    if (best_depth <= 1 || relaxed_load(settings.multi_pv) != 1) return;
     f32 elapsed = relaxed_load(status.elapsed);
     if (!load_stop() && settings.noise > elapsed) return;
     if (w->pv[1] != NO_MOVE && settings.noise != NEVER_PRINT)
@@ -103,11 +103,11 @@ void print_search_line(int thread, int multipv_number, int depth, int score,
     f32 nps = nodes_per_second(elapsed);
     char moves[1024];
     char text[LINE_BUFFER_SIZE];
-    if (settings.uci_mode == 1) {
+    if (relaxed_load(settings.uci_mode) == 1) {
         // 3., 5.
         line_text(line, 80, false, moves, sizeof moves);
         char multipv[24] = "";
-        if (settings.multi_pv > 1)
+        if (relaxed_load(settings.multi_pv) > 1)
             std::snprintf(multipv, sizeof multipv, "multipv %d ",
                           multipv_number);
         char score_words[32];
@@ -128,8 +128,8 @@ void print_search_line(int thread, int multipv_number, int depth, int score,
                               "%02d] %02d%c %5.1f %7.0fK %5d  %s", thread,
                               depth, mark, static_cast<double>(elapsed),
                               status.nodes * 0.001, score, moves);
-        if (thread == 0 && multipv_number == settings.multi_pv && n >= 0 &&
-            n + 1 < LINE_BUFFER_SIZE)
+        if (thread == 0 && multipv_number == relaxed_load(settings.multi_pv) &&
+            n >= 0 && n + 1 < LINE_BUFFER_SIZE)
             std::strcat(text, "\n");
     }
     // 7.
@@ -153,7 +153,7 @@ void print_progress(Move move, int move_count, int first) {
                       status.hash_fill * 1000.0);
         print_line(text);
     }
-    if (settings.multi_pv == 1) {
+    if (relaxed_load(settings.multi_pv) == 1) {
         std::snprintf(text, sizeof text, "info currmove %s%s currmovenumber %d",
                       SQUARE_NAMES[move_from(move)],
                       SQUARE_NAMES[move_to(move)], move_count + 1);

@@ -247,8 +247,8 @@ static PassResult run_pass(Worker *w, int first, int line_index, int d,
         pass.last_searched = p;
         // 2.
         f32 elapsed = relaxed_load(status.elapsed);
-        if (reporter && settings.uci_mode == 1 && elapsed > 3.5f &&
-            elapsed > settings.noise)
+        if (reporter && relaxed_load(settings.uci_mode) == 1 &&
+            elapsed > 3.5f && elapsed > settings.noise)
             print_progress(e.move, root.move_count, root.move_count == 0);
         // 3.
         int r = root_reduction(pos, root, d, alpha, pass.best);
@@ -332,7 +332,9 @@ static void search_line(Worker *w, int index, int d) {
 
 // A helper skips a depth that many threads are searching already.
 static int skip_depth(int d) {
-    if (d <= 5 || d >= settings.max_depth || settings.multi_pv != 1) return d;
+    if (d <= 5 || d >= settings.max_depth ||
+        relaxed_load(settings.multi_pv) != 1)
+        return d;
     int count = 0;
     for (int slot = 0; slot < settings.threads && slot < MAX_THREADS; slot++) {
         const Worker *other = worker_at(slot);
@@ -354,11 +356,11 @@ static void add_root_noise(Worker *w) {
 // The MultiPV lines of one iteration.
 static void search_lines(Worker *w, int d) {
     const MoveEntry *list = w->plies[1].list_start;
-    for (int i = 0; i < settings.multi_pv; i++) {
+    for (int i = 0; i < relaxed_load(settings.multi_pv); i++) {
         if (list[i].move == END_OF_LIST) return;
         search_line(w, i, d);
         if (load_stop()) return;
-        if (w->thread_id == 0 && settings.multi_pv >= 2) {
+        if (w->thread_id == 0 && relaxed_load(settings.multi_pv) >= 2) {
             f32 elapsed = relaxed_load(status.elapsed);
             bool delayed = !load_stop() && settings.noise > elapsed;
             if (!delayed && settings.noise != 9999.0f && w->pv[1] != NO_MOVE)

@@ -9,6 +9,7 @@
 
 #include "../frontend/frontend.h"
 #include "../frontend/output.h"
+#include "../frontend/relaxed.h"
 
 i16 FP_depth;
 i16 SEP_depth;
@@ -104,7 +105,7 @@ void update_margins() {
     // 2. Margins and depth limits from their fixed values and the settings.
     load_margins();
     // 3. Selectivity may move the limits and gives the reduction scale.
-    int selectivity = settings.selectivity;
+    int selectivity = relaxed_load(settings.selectivity);
     int scale = apply_selectivity(selectivity);
     // 4. The tables depend on Selectivity alone.
     if (selectivity == built_selectivity) return;
