@@ -220,7 +220,7 @@ TEST_F(ToolsE2E, MultiPassWritesTheChildrenOfCloseLines) {
 }
 
 TEST_F(ToolsE2E, BenchPrintsEachPositionAndTheTotal) {
-    ASSERT_EQ(run_tool({"-bench", "-d", "4"}), 0) << engine.transcript();
+    ASSERT_EQ(run_tool({"-bench", "-d", "6"}), 0) << engine.transcript();
     auto out = lines_from("Quillon 6.50 running benchmark using 1 threads");
     ASSERT_EQ(out.size(), 22u) << engine.transcript();
     for (int i = 0; i < 20; i++) {
