@@ -392,6 +392,32 @@ TEST_F(UciE2ESearch, GoDuringASearchKillsItAndTheNewOneAnswers) {
     EXPECT_EQ(engine.quit(), 0);
 }
 
+// "_show" during a search prints the tables the search runs with; a
+// Selectivity set meanwhile counts from the next search on.
+TEST_F(UciE2ESearch, ShowDuringASearchPrintsTheTablesInForce) {
+    start();
+    engine.send("position startpos");
+    engine.send("go infinite");
+    ASSERT_TRUE(engine.wait_for(line_starts("info depth"), 3000));
+    engine.send("setoption name Selectivity value 0");
+    engine.send("_show");
+    std::vector<std::string> during;
+    ASSERT_TRUE(engine.ready(&during));
+    EXPECT_EQ(count_matching(during, line_is("BP_margin= 15")), 1)
+        << joined(during);
+    EXPECT_EQ(
+        count_matching(during, line_is("FP_depth= 3, margins= 125 225 325")), 1)
+        << joined(during);
+    engine.send("stop");
+    ASSERT_TRUE(engine.wait_for(is_bestmove, 2000));
+    engine.send("_show");
+    std::vector<std::string> after;
+    ASSERT_TRUE(engine.ready(&after));
+    EXPECT_EQ(count_matching(after, line_is("BP_margin= 5000")), 1)
+        << joined(after);
+    EXPECT_EQ(engine.quit(), 0);
+}
+
 // A position line and a go line in one write run one after the other, and
 // a line cut in two by the writer is joined again.
 TEST_F(UciE2ESearch, LinesTogetherAndLinesInPieces) {

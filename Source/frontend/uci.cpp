@@ -291,7 +291,11 @@ void uci_command(char *line) {
     } else if (!std::strcmp(word, "debug")) {
         debug_commands = 1;  // "debug off" keeps it on
     } else if (!std::strcmp(word, "_show")) {
-        show_margins();
+        // A running search keeps the tables it started with.
+        if (load_state() != 0)
+            print_margins();
+        else
+            show_margins();
     } else if (!std::strcmp(word, "ucinewgame")) {
         new_game();
     } else if (!std::strcmp(word, "position")) {

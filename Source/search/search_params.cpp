@@ -10,6 +10,7 @@
 #include "../frontend/frontend.h"
 #include "../frontend/output.h"
 #include "../frontend/relaxed.h"
+#include "../frontend/spinlock.h"
 
 i16 FP_depth;
 i16 SEP_depth;
@@ -99,7 +100,11 @@ static void fill_tables(int scale) {
         }
 }
 
-void update_margins() {
+// The tables are built at each search's start on its thread, and may be
+// printed from the main thread at that moment: both hold this lock.
+static SpinLock margins_lock;
+
+static void build_margins() {
     // 1. The speed limit holds only a target clearly below our own speed.
     set_throttle();
     // 2. Margins and depth limits from their fixed values and the settings.
@@ -112,6 +117,12 @@ void update_margins() {
     built_selectivity = static_cast<i16>(selectivity);
     // 5. Both reduction tables.
     fill_tables(scale);
+}
+
+void update_margins() {
+    spin_take(margins_lock);
+    build_margins();
+    spin_release(margins_lock);
 }
 
 // Appends to a fixed buffer, counting what would not fit so that the
@@ -171,8 +182,14 @@ int margins_text(char *buffer, std::size_t size) {
 
 void show_margins() {
     update_margins();
+    print_margins();
+}
+
+void print_margins() {
     char text[MARGINS_TEXT_SIZE];
+    spin_take(margins_lock);
     int length = margins_text(text, sizeof text);
+    spin_release(margins_lock);
     // print_line ends the line itself.
     if (length > 0 && text[length - 1] == '\n') text[length - 1] = 0;
     print_line(text);

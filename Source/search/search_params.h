@@ -46,3 +46,6 @@ void update_margins();
 int margins_text(char *buffer, std::size_t size);
 // Rebuilds the tables and prints them for a person to read.
 void show_margins();
+// Prints the tables as they stand, without building them: while a search
+// runs, its threads read them.
+void print_margins();
