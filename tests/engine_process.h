@@ -94,6 +94,12 @@ inline std::set<std::string> legal_texts(const char *fen,
     return texts;
 }
 
+// Whether a "bestmove" line names a legal move of `fen`.
+inline bool answers_legally(const std::string &bestmove_line, const char *fen,
+                            bool chess960 = false) {
+    return legal_texts(fen, chess960).count(best_of(bestmove_line)) == 1;
+}
+
 // One engine process on three pipes.  Lines read from its standard output
 // are kept in order; a read cursor marks how far a test has looked.  The
 // destructor kills and reaps a child that is still there, so a failed

@@ -992,3 +992,21 @@ TEST_F(RootSearchTest, StoppedSearchAnswersWithTheFirstRootMove) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(RootSearchTest, BranchingFactorIsTheFourthRootOverFourIterations) {
+    for (u64 &n : status.nodes_at) n = 0;
+    status.nodes_at[3] = 1000;
+    status.nodes_at[7] = 256000;
+    EXPECT_DOUBLE_EQ(branching_factor(7), 4.0);
+    status.nodes_at[7] = 81000;
+    EXPECT_DOUBLE_EQ(branching_factor(7), 3.0);
+    // Too shallow, or an iteration without a count: 2.
+    EXPECT_DOUBLE_EQ(branching_factor(5), 2.0);
+    status.nodes_at[3] = 0;
+    EXPECT_DOUBLE_EQ(branching_factor(7), 2.0);
+    EXPECT_DOUBLE_EQ(branching_factor(PV_LENGTH), 2.0);
+}
+
+}  // namespace

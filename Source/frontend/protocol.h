@@ -25,3 +25,7 @@ void calibrate();
 // was stopped before it had one, the first legal move of its root order;
 // 0 only when the side to move has no legal move.
 Move answer_move();
+// The tree's growth per iteration over the last four up to `depth`: the
+// fourth root of the node counts of iterations depth and depth - 4, or 2.0
+// when the search was shallower or a count is missing.
+double branching_factor(int depth);

@@ -40,12 +40,11 @@ static void start_thinking() {
     launch_search();
 }
 
-// "ebf": the growth of the tree per iteration over the last four.
-static double branching_factor() {
-    int d = status.ebf_depth;
-    if (d > 5 && d < PV_LENGTH && status.nodes_at[d] && status.nodes_at[d - 4])
-        return std::pow(static_cast<double>(status.nodes_at[d]) /
-                            static_cast<double>(status.nodes_at[d - 4]),
+double branching_factor(int depth) {
+    if (depth > 5 && depth < PV_LENGTH && status.nodes_at[depth] &&
+        status.nodes_at[depth - 4])
+        return std::pow(static_cast<double>(status.nodes_at[depth]) /
+                            static_cast<double>(status.nodes_at[depth - 4]),
                         0.25);
     return 2.0;
 }
@@ -63,7 +62,8 @@ static void print_console_summary(const char *best, f32 elapsed) {
                   "move= %s, time= %0.3f, score= %d, nodes= %0.0f, nps= "
                   "%0.0fK ebf= %0.2f",
                   best, static_cast<double>(elapsed), status.score, nodes,
-                  nodes / (elapsed + 0.001) * 0.001, branching_factor());
+                  nodes / (elapsed + 0.001) * 0.001,
+                  branching_factor(status.ebf_depth));
     print_line(text);
     std::snprintf(
         text, sizeof text,

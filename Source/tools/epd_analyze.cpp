@@ -1,5 +1,4 @@
 // The EPD analysis run: search, test, write, and the closing summary.
-#include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -161,16 +160,6 @@ static void write_children(FILE *children) {
     }
 }
 
-// 8.  The tree's growth per iteration over the last four.
-static f32 branching_factor() {
-    int d = status.best_depth;
-    if (d > 5 && d < PV_LENGTH && status.nodes_at[d] && status.nodes_at[d - 4])
-        return static_cast<f32>(
-            std::sqrt(std::sqrt(static_cast<double>(status.nodes_at[d]) /
-                                static_cast<double>(status.nodes_at[d - 4]))));
-    return 2.0f;
-}
-
 // 6.  One line of the file; returns false once quit was asked for.
 static bool analyze_line(const char *line, const EpdFiles &files, int children,
                          EpdTotals &t) {
@@ -200,7 +189,7 @@ static bool analyze_line(const char *line, const EpdFiles &files, int children,
     t.total_nodes += status.nodes;
     t.total_time += elapsed;
     t.depth_sum += status.best_depth;
-    t.bf_sum += branching_factor();
+    t.bf_sum += static_cast<f32>(branching_factor(status.best_depth));
     // 9. - 12.
     Move best = status.pv[1];
     score_answer(f, best, t);
