@@ -17,6 +17,7 @@
 #include "frontend/protocol.h"
 #include "frontend/switches.h"
 #include "position/position.h"
+#include "pyrrhic/tbprobe.h"
 #include "search/hash.h"
 #include "search/search.h"
 #include "tools/bench.h"
@@ -188,7 +189,8 @@ int engine_main(int argc, char **argv) {
     // 20. The evaluation parameters: names, tables, spare slots, values.
     init_eval_params();
     // 21. The network is not part of this build yet.
-    // 22. The tablebases (modes 1 and 2) come with the tablebase code.
+    // 22. The tablebases, for play and EPD analysis.
+    if (mode == MODE_THINK || mode == MODE_ANALYSE_EPD) tb_init();
     // 23. The run mode.
     dispatch(mode, bench_inline);
     // 24. Shutdown.

@@ -241,8 +241,11 @@ TEST_F(OptionsTest, TextOptionsStoreAndPrintTheirText) {
     EXPECT_EQ(set_and_capture("OwnBook2_File", "second book.bin"),
               "info string OwnBook2_File set to 'second book.bin'\n");
     EXPECT_STREQ(settings.book2_file, "second book.bin");
+    // The folders are scanned at once, and the scan reports its count.
     EXPECT_EQ(set_and_capture("SyzygyPath", "/tb/345;/tb/6"),
-              "info string SyzygyPath set to '/tb/345;/tb/6'\n");
+              "info string SyzygyPath set to '/tb/345;/tb/6'\n"
+              "info string Found 0 WDL, 0 DTM and 0 DTZ tablebase files. "
+              "Largest 0-men\n");
     EXPECT_STREQ(settings.syzygy_path, "/tb/345;/tb/6");
     EXPECT_EQ(set_and_capture("SyzygyPath", ""),
               "info string SyzygyPath set to ''\n");
@@ -257,7 +260,9 @@ TEST_F(OptionsTest, LongTextsAreCutToTheirBuffers) {
     set_and_capture("OwnBook2_File", longest.c_str());
     EXPECT_EQ(std::string(settings.book2_file), shown143);
     EXPECT_EQ(set_and_capture("SyzygyPath", longest.c_str()),
-              "info string SyzygyPath set to '" + shown143 + "'\n");
+              "info string SyzygyPath set to '" + shown143 + "'\n" +
+                  "info string Found 0 WDL, 0 DTM and 0 DTZ tablebase files. "
+                  "Largest 0-men\n");
     EXPECT_EQ(std::string(settings.syzygy_path), shown143);
     set_and_capture("NN_File", longest.c_str());
     EXPECT_EQ(std::string(settings.nn_file), std::string(149, 'x'));

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../pyrrhic/tbprobe.h"
 #include "../search/hash.h"
 #include "frontend.h"
 #include "output.h"
@@ -160,11 +161,14 @@ static void clear_hash(const OptionRow &, const char *) {
     print_line("info string Hash table cleared");
 }
 
-// Only the path is kept so far: scanning it for table files comes with the
-// tablebase reader, which is not part of the engine yet.  Until then no
-// table is ever found, whatever the path.
+// The folders are scanned again at once, unless a search is reading the
+// tables: then the new path waits for the next search to start.
 static void set_syzygy_path(const OptionRow &row, const char *value) {
     store_text(row.name, settings.syzygy_path, value);
+    if (searching())
+        tb_init_pending.store(true);
+    else
+        tb_init();
 }
 
 // Seven-man tables are probed three plies further from the leaves than

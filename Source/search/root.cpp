@@ -122,6 +122,8 @@ static void build_root_list(Worker *w) {
 // tables give the move at once.
 static bool root_tablebase(Worker *w) {
     if (w->thread_id != 0) return status.tb_result == -1;
+    // No helper runs yet, so the tables can be replaced here.
+    if (tb_init_pending.exchange(false)) tb_init();
     Position &pos = w->position;
     int side = pos.side;
     status.tb_move = NO_MOVE;
