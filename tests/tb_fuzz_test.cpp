@@ -1,0 +1,156 @@
+// Damaged table files and many threads: no probe may crash, hang or read
+// outside a file, and the first use of a table is safe from any thread.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <fstream>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "pyrrhic/tbprobe.h"
+#include "test_support.h"
+
+namespace {
+
+std::string read_file(const std::string &name) {
+    std::ifstream in(name, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+void write_file(const std::string &name, const std::string &bytes) {
+    std::ofstream out(name, std::ios::binary | std::ios::trunc);
+    out << bytes;
+}
+
+// Positions of the damaged tables, and of the tables they fall into.
+const char *const FUZZ_FENS[] = {
+    "8/8/2k5/1r6/8/8/8/2KQ4 b - - 0 1",  "8/8/2k5/1r6/8/8/8/2KQ4 w - - 0 1",
+    "8/q7/8/3k4/8/8/1K6/7R w - - 0 1",   "8/8/8/3k4/8/1r6/8/K2Q4 b - - 0 1",
+    "8/6k1/8/Pp6/1K6/8/8/8 w - b6 0 1",  "8/8/1k6/8/2p5/8/3P4/3K4 w - - 0 1",
+    "8/8/1k6/8/2p5/8/3P4/3K4 b - - 0 1", "8/8/3p4/8/2k5/5P2/8/K7 w - - 0 1",
+};
+
+struct TbFuzzTest : testing::Test {
+    void TearDown() override { tb_init_path(""); }
+};
+
+void probe_all_quietly() {
+    for (const char *fen : FUZZ_FENS) {
+        TbPosition t = tb_position_from(test_position(fen), 0);
+        int success = 0;
+        int wdl = tb_probe_wdl(t, &success);
+        EXPECT_GE(wdl, -2);
+        EXPECT_LE(wdl, 2);
+        tb_probe_dtz(t, &success);
+        int r = tb_probe_search(test_position(fen), 100);
+        EXPECT_GE(r, -1);
+        EXPECT_LE(r, 4);
+        int w, d;
+        u16 m;
+        tb_probe_root(test_position(fen), &w, &d, &m);
+    }
+}
+
+TEST_F(TbFuzzTest, DamagedCopiesOfRealTablesNeverCrash) {
+    std::string dir =
+        testing::TempDir() + "quillon_tbfuzz_" + std::to_string(getpid());
+    mkdir(dir.c_str(), 0755);
+    const char *names[] = {"KQvKR.rtbw", "KQvKR.rtbz", "KPvKP.rtbw",
+                           "KPvKP.rtbz", "KRvK.rtbw",  "KQvK.rtbz"};
+    std::vector<std::string> originals;
+    for (const char *n : names)
+        originals.push_back(read_file(shared_path("syzygy/") + std::string(n)));
+    std::mt19937 rng(2024);
+    for (int round = 0; round < 40; round++) {
+        for (size_t k = 0; k < originals.size(); k++) {
+            std::string bytes = originals[k];
+            int kind = round % 4;
+            if (kind == 0) {
+                // A few bytes anywhere.
+                for (int n = 0; n < 8; n++)
+                    bytes[rng() % bytes.size()] = static_cast<char>(rng());
+            } else if (kind == 1) {
+                // The header and its tables, the magic kept.
+                for (size_t n = 4; n < 200 && n < bytes.size(); n++)
+                    if (rng() % 3 == 0) bytes[n] = static_cast<char>(rng());
+            } else if (kind == 2) {
+                // Cut to a length that still looks whole.
+                size_t blocks = rng() % (bytes.size() / 64 + 1);
+                bytes.resize(blocks * 64 + 16);
+            } else {
+                // Not a table at all, with a table's name and length.
+                for (char &c : bytes) c = static_cast<char>(rng());
+                std::memcpy(&bytes[0], originals[k].data(), 4);
+            }
+            write_file(dir + "/" + names[k], bytes);
+        }
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        tb_init_path((dir + ";" + shared_path("syzygy")).c_str());
+        probe_all_quietly();
+        testing::internal::GetCapturedStderr();
+        testing::internal::GetCapturedStdout();
+    }
+    for (const char *n : names) unlink((dir + "/" + n).c_str());
+}
+
+TEST_F(TbFuzzTest, WrongMagicIsReportedOnceAndNeverMappedAgain) {
+    std::string dir =
+        testing::TempDir() + "quillon_tbmagic_" + std::to_string(getpid());
+    mkdir(dir.c_str(), 0755);
+    std::string bytes = read_file(shared_path("syzygy/KRvK.rtbw"));
+    bytes[0] ^= 0x55;
+    write_file(dir + "/KRvK.rtbw", bytes);
+    testing::internal::CaptureStdout();
+    tb_init_path(dir.c_str());
+    testing::internal::GetCapturedStdout();
+    Position &pos = test_position("8/8/8/8/8/2k5/8/K6R w - - 0 1");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tb_probe_search(pos, 100), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Corrupted table.\n");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(tb_probe_search(pos, 100), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+    unlink((dir + "/KRvK.rtbw").c_str());
+}
+
+// Every thread starts on tables nobody has used yet.
+TEST(TbThreads, FirstProbesFromManyThreadsAgree) {
+    testing::internal::CaptureStdout();
+    tb_init_path(shared_path("syzygy"));
+    testing::internal::GetCapturedStdout();
+    const char *fens[] = {"8/8/2k5/1r6/8/8/8/2KQ4 b - - 0 1",
+                          "8/8/8/6B1/8/8/4k3/1K5N b - - 0 1",
+                          "8/6k1/8/Pp6/1K6/8/8/8 w - b6 0 1",
+                          "8/8/8/5N2/8/p7/8/2NK3k w - - 0 1",
+                          "8/8/q7/3N4/8/8/N7/1K1k4 w - - 0 1",
+                          "8/8/1k6/8/2p5/8/3P4/3K4 w - - 0 1"};
+    std::vector<TbPosition> boards;
+    for (const char *fen : fens)
+        boards.push_back(tb_position_from(test_position(fen), 0));
+    constexpr int THREADS = 8;
+    std::vector<int> wdl(THREADS * 6), dtz(THREADS * 6);
+    std::vector<std::thread> pool;
+    for (int t = 0; t < THREADS; t++)
+        pool.emplace_back([&, t] {
+            for (int k = 0; k < 6; k++) {
+                int i = (k + t) % 6, success = 0;
+                wdl[t * 6 + i] = tb_probe_wdl(boards[i], &success);
+                dtz[t * 6 + i] = tb_probe_dtz(boards[i], &success);
+            }
+        });
+    for (auto &th : pool) th.join();
+    const int expected_wdl[6] = {-2, -2, 2, 2, -2, 0};
+    for (int t = 0; t < THREADS; t++)
+        for (int i = 0; i < 6; i++) {
+            EXPECT_EQ(wdl[t * 6 + i], expected_wdl[i]) << fens[i];
+            EXPECT_EQ(dtz[t * 6 + i], dtz[i]) << fens[i];
+        }
+    tb_init_path("");
+}
+
+}  // namespace
