@@ -9,6 +9,9 @@ LTO ?= ON
 PGO_BUILD ?= build-pgo
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
+# The tuner build: quillon-ttune, the engine with the tuner's modes.
+TTUNE_EXE ?= quillon-ttune
+TTUNE_BUILD ?= build-ttune
 # The tests of threads sharing the search, run under ThreadSanitizer: the
 # threaded searches, and the engine process (built with it) answering
 # commands, options and the clock while its search thread runs.
@@ -16,7 +19,7 @@ TSAN_TESTS ?= ParallelSearch.*:HashTest.Threads*:UciE2ESearch.*:UciE2EPonder.*:U
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CTEST_FLAGS ?= --output-on-failure -j $(JOBS) -LE slow
 
-.PHONY: all run test bench slow-test deps configure format clean pgo $(EXE)
+.PHONY: all run test bench slow-test deps configure format clean pgo ttune $(EXE)
 
 all: $(EXE)
 
@@ -29,6 +32,12 @@ configure: deps
 $(EXE): configure
 	@cmake --build $(BUILD) -j $(JOBS)
 	@if [ "$(abspath $(EXE))" != "$(abspath $(BUILD)/quillon)" ]; then cp $(BUILD)/quillon $(EXE); fi
+
+# Its own build folder, without the tests, so that it builds quickly.
+ttune: deps
+	@cmake -S . -B $(TTUNE_BUILD) -DCMAKE_BUILD_TYPE=Release -DQUILLON_ARCH=$(ARCH) -DQUILLON_LTO=$(LTO) -DQUILLON_TESTS=OFF >/dev/null
+	@cmake --build $(TTUNE_BUILD) -j $(JOBS) --target quillon-ttune
+	@cp $(TTUNE_BUILD)/quillon-ttune $(TTUNE_EXE)
 
 run: $(EXE)
 	./$(EXE)
@@ -68,4 +77,4 @@ format:
 	clang-format -i $$(find Source tests bench -name '*.cpp' -o -name '*.h')
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(PGO_BUILD) quillon
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(PGO_BUILD) $(TTUNE_BUILD) quillon quillon-ttune
