@@ -11,6 +11,7 @@
 #include <ctime>
 
 #include "eval/eval.h"
+#include "eval/network.h"
 #include "frontend/frontend.h"
 #include "frontend/options.h"
 #include "frontend/output.h"
@@ -22,6 +23,7 @@
 #include "search/search.h"
 #include "tools/bench.h"
 #include "tools/epd.h"
+#include "tools/tuner.h"
 
 // The folder the executable was started from, as an absolute path with
 // forward slashes.  Kept for the user's inspection; nothing reads it.
@@ -90,7 +92,7 @@ static bool tuner_requested(i32 mode) {
            mode == MODE_MAKE_TRAIN_DATA || settings.use_nn == 2;
 }
 
-static void dispatch(i32 mode, bool bench_inline) {
+static void dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
     switch (mode) {
         case MODE_THINK:
             calibrate();
@@ -109,6 +111,11 @@ static void dispatch(i32 mode, bool bench_inline) {
             break;
         case MODE_CONFIG_ONLY:
             break;
+        case MODE_TUNE:
+        case MODE_TUNE2:
+        case MODE_MAKE_TRAIN_DATA:
+            run_tuner_mode(mode, argc, argv);
+            break;
         default:
             // The PGN scan, book building and training data are not in
             // this build yet: their modes end in the shutdown like every
@@ -120,6 +127,7 @@ static void dispatch(i32 mode, bool bench_inline) {
 // Every mode ends here.
 static int shut_down(int result) {
     hash_free();
+    free_network();
     pthread_mutex_destroy(&engine_mutex);
     // Spin locks hold no resources: nothing to destroy.
     close_log();
@@ -161,8 +169,8 @@ int engine_main(int argc, char **argv) {
         mode = line.mode;
         bench_inline = line.bench_inline != 0;
     }
-    // 13. The tuner's modes are not part of this build.
-    if (tuner_requested(mode)) {
+    // 13. The tuner's modes, unless this is the tuner build.
+    if (tuner_requested(mode) && !tuner_mode_built(mode)) {
         std::puts("Need to compile with 'make ttune'\n");
         return end_before_locks(1);
     }
@@ -188,11 +196,12 @@ int engine_main(int argc, char **argv) {
     load_config();
     // 20. The evaluation parameters: names, tables, spare slots, values.
     init_eval_params();
-    // 21. The network is not part of this build yet.
+    // 21. The network.
+    load_network();
     // 22. The tablebases, for play and EPD analysis.
     if (mode == MODE_THINK || mode == MODE_ANALYSE_EPD) tb_init();
     // 23. The run mode.
-    dispatch(mode, bench_inline);
+    dispatch(mode, bench_inline, argc, argv);
     // 24. Shutdown.
     return shut_down(0);
 }
