@@ -144,16 +144,4 @@ TEST_F(TbSearchTest, EnPassantRightPassesIntoTheProbe) {
     EXPECT_EQ(t.ep, 20);
 }
 
-TEST_F(TbSearchTest, FreshClockSearchesAndShowsTheWin) {
-    // With a fresh clock the search runs; the root's class stands beside
-    // it for the reports.
-    SearchOutcome out = run_search("8/8/8/8/8/2k5/8/K6R w - - 0 1", 6);
-    EXPECT_NE(out.best_depth, 99);
-    EXPECT_EQ(status.tb_result, 4);
-    EXPECT_EQ(status.tb_score[WHITE], TB_WIN_VALUE);
-    run_search("8/8/8/8/8/2k5/8/K6R b - - 0 1", 6);
-    EXPECT_EQ(status.tb_result, 0);
-    EXPECT_EQ(status.tb_score[BLACK], TB_LOSS_VALUE);
-}
-
 }  // namespace
