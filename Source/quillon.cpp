@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "book/book.h"
 #include "eval/eval.h"
 #include "frontend/frontend.h"
 #include "frontend/options.h"
@@ -108,10 +109,12 @@ static void dispatch(i32 mode, bool bench_inline) {
             break;
         case MODE_CONFIG_ONLY:
             break;
+        case MODE_MAKE_BOOK:
+            make_book(settings.input_file2);
+            break;
         default:
-            // The PGN scan, book building and training data are not in
-            // this build yet: their modes end in the shutdown like every
-            // unknown mode.
+            // The PGN scan and training data are not in this build yet:
+            // their modes end in the shutdown like every unknown mode.
             break;
     }
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "../book/book.h"
 #include "../search/hash.h"
 #include "../search/search.h"
 #include "notation.h"
@@ -26,14 +27,28 @@ void kill_search() {
     store_state(0);
 }
 
-// Start of a search: the clock and target, then the search thread.  The
-// opening book is not part of this build, so every request searches.
+// A book move is the finished answer: no search thread starts, and the
+// finish comes next.
+static void answer_from_book(Move m) {
+    status.score = 0;
+    status.pv[1] = m;
+    status.book_move = m;
+    store_stop(1);
+    add_state_bits(STATE_FINISHED);
+}
+
+// Start of a search: the clock and target, a book move for a plain go,
+// else the search thread.
 static void start_thinking() {
     prepare_search();
     status.pv[1] = status.pv[2] = NO_MOVE;
     status.book_move = NO_MOVE;
     u16 next =
         load_state() == STATE_REQUEST_PONDER ? STATE_PONDERING : STATE_THINKING;
+    if (next == STATE_THINKING) {
+        Move m = think_book_move();
+        if (m != NO_MOVE) return answer_from_book(m);
+    }
     store_depth(0);
     store_state(next);
     store_stop(0);
