@@ -22,6 +22,7 @@
 #include "search/search.h"
 #include "tools/bench.h"
 #include "tools/epd.h"
+#include "tools/pgn.h"
 
 // The folder the executable was started from, as an absolute path with
 // forward slashes.  Kept for the user's inspection; nothing reads it.
@@ -112,9 +113,15 @@ static void dispatch(i32 mode, bool bench_inline) {
         case MODE_MAKE_BOOK:
             make_book(settings.input_file2);
             break;
+        case MODE_SCAN_PGN1:
+        case MODE_SCAN_PGN1 + 1:
+        case MODE_SCAN_PGN1 + 2:
+        case MODE_SCAN_PGN1 + 3:
+            pgn_scan(mode - MODE_SCAN_PGN1 + 1);
+            break;
         default:
-            // The PGN scan and training data are not in this build yet:
-            // their modes end in the shutdown like every unknown mode.
+            // The training data tools are not in this build yet: their
+            // modes end in the shutdown like every unknown mode.
             break;
     }
 }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "engine_process.h"
@@ -142,6 +143,35 @@ TEST(BookE2EBuilt, BinaryBuildsABookAndPlaysFromIt) {
         << joined(before);
     EXPECT_EQ(START_BOOK_MOVES.count(best_of(*best)), 1u);
     engine.quit();
+    std::filesystem::remove_all(dir);
+}
+
+}  // namespace
+
+namespace {
+
+// -scan_pgn3 through the binary: the file named with -o, and the summary.
+TEST(PgnScanE2E, BinaryScansAFile) {
+    char pattern[] = "/tmp/quillon_scan_e2e_XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    std::string dir = pattern;
+    std::ofstream(dir + "/g.pgn")
+        << "[Event \"e\"]\n[Result \"1-0\"]\n\n1. e4 {+0.20/9} e5 {-0.10/9} "
+           "1-0\n";
+    Engine tool;
+    ASSERT_TRUE(
+        tool.start({"-scan_pgn3", "g.pgn", "-o", "out.epd"}, dir, false));
+    EXPECT_EQ(tool.wait_exit(30000), 0) << tool.transcript();
+    EXPECT_EQ(count_matching(tool.lines(), line_is("games= 1, positions= 2")),
+              1)
+        << tool.transcript();
+    std::ifstream out(dir + "/out.epd");
+    std::string first;
+    std::getline(out, first);
+    EXPECT_EQ(first,
+              "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq - 0 0 bm e4; "
+              "ce 20;");
+    EXPECT_TRUE(std::filesystem::exists(dir + "/tmpX.epd"));
     std::filesystem::remove_all(dir);
 }
 
