@@ -278,8 +278,9 @@ TEST_F(BookBuildTest, SampleGamesMakeASortedPlayableBook) {
     EXPECT_NE(out.find("ngames= 400, "), std::string::npos) << out;
     for (size_t i = 1; i < records.size(); i++) {
         EXPECT_LE(records[i - 1].key, records[i].key);
-        if (records[i - 1].key == records[i].key)
+        if (records[i - 1].key == records[i].key) {
             EXPECT_GE(records[i - 1].weight, records[i].weight);
+        }
     }
     Position &pos = test_position(START_FEN);
     Move m = NO_MOVE;
