@@ -1,8 +1,17 @@
 # Thin driver over CMake.  make: ./quillon; make run; make test; make bench.
 EXE ?= quillon
 BUILD ?= build
+# The processor to build for: native (this machine's), or a portable level:
+# x86-64, x86-64-v2, x86-64-v3, x86-64-v4.  LTO=OFF drops link-time
+# optimisation.
+ARCH ?= native
+LTO ?= ON
+PGO_BUILD ?= build-pgo
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
+# The tuner build: quillon-ttune, the engine with the tuner's modes.
+TTUNE_EXE ?= quillon-ttune
+TTUNE_BUILD ?= build-ttune
 # The tests of threads sharing the search, run under ThreadSanitizer: the
 # threaded searches, and the engine process (built with it) answering
 # commands, options and the clock while its search thread runs; the console
@@ -11,7 +20,7 @@ TSAN_TESTS ?= ParallelSearch.*:HashTest.Threads*:UciE2ESearch.*:UciE2EPonder.*:U
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CTEST_FLAGS ?= --output-on-failure -j $(JOBS) -LE slow
 
-.PHONY: all run test bench slow-test deps configure format clean $(EXE)
+.PHONY: all run test bench slow-test deps configure format clean pgo ttune $(EXE)
 
 all: $(EXE)
 
@@ -19,26 +28,44 @@ deps:
 	@sh scripts/check_deps.sh
 
 configure: deps
-	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release >/dev/null
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DQUILLON_ARCH=$(ARCH) -DQUILLON_LTO=$(LTO) >/dev/null
 
 $(EXE): configure
 	@cmake --build $(BUILD) -j $(JOBS)
 	@if [ "$(abspath $(EXE))" != "$(abspath $(BUILD)/quillon)" ]; then cp $(BUILD)/quillon $(EXE); fi
 
+# Its own build folder, without the tests, so that it builds quickly.
+ttune: deps
+	@cmake -S . -B $(TTUNE_BUILD) -DCMAKE_BUILD_TYPE=Release -DQUILLON_ARCH=$(ARCH) -DQUILLON_LTO=$(LTO) -DQUILLON_TESTS=OFF >/dev/null
+	@cmake --build $(TTUNE_BUILD) -j $(JOBS) --target quillon-ttune
+	@cp $(TTUNE_BUILD)/quillon-ttune $(TTUNE_EXE)
+
 run: $(EXE)
 	./$(EXE)
 
-# Every test twice: the release build, then an AddressSanitizer +
-# UndefinedBehaviorSanitizer build of the same sources; last the threaded
-# searches under ThreadSanitizer.
+# Every test twice: the release build for this processor, then an
+# AddressSanitizer + UndefinedBehaviorSanitizer build of the same sources for
+# portable x86-64, so both paths pass the same tests and node counts; last
+# the threaded searches under ThreadSanitizer.
 test: $(EXE)
 	cd $(BUILD) && ctest $(CTEST_FLAGS)
-	@cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLON_SANITIZE=address,undefined >/dev/null
+	@cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLON_ARCH=x86-64 -DQUILLON_SANITIZE=address,undefined >/dev/null
 	@cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest $(CTEST_FLAGS)
 	@cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLON_SANITIZE=thread >/dev/null
 	@cmake --build $(TSAN_BUILD) -j $(JOBS) --target quillon_tests
 	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/tests/quillon_tests --gtest_filter='$(TSAN_TESTS)'
+
+# A profile-guided ./quillon: an instrumented build plays a short -bench with
+# each evaluator, then the same folder is rebuilt from the profile.
+pgo: deps
+	@cmake -S . -B $(PGO_BUILD) -DCMAKE_BUILD_TYPE=Release -DQUILLON_ARCH=$(ARCH) -DQUILLON_LTO=$(LTO) -DQUILLON_TESTS=OFF -DQUILLON_PGO=generate >/dev/null
+	@find $(PGO_BUILD) -name '*.gcda' -delete
+	@cmake --build $(PGO_BUILD) -j $(JOBS) --target quillon
+	cd $(PGO_BUILD) && ./quillon -bench -d 12 >/dev/null && ./quillon -bench -use_hce -d 12 >/dev/null
+	@cmake -S . -B $(PGO_BUILD) -DQUILLON_PGO=use >/dev/null
+	@cmake --build $(PGO_BUILD) -j $(JOBS) --target quillon
+	cp $(PGO_BUILD)/quillon $(EXE)
 
 # Deep perft and other long checks, left out of make test.
 slow-test: $(EXE)
@@ -51,4 +78,4 @@ format:
 	clang-format -i $$(find Source tests bench -name '*.cpp' -o -name '*.h')
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) quillon
+	rm -rf $(BUILD) $(ASAN_BUILD) $(TSAN_BUILD) $(PGO_BUILD) $(TTUNE_BUILD) quillon quillon-ttune

@@ -21,6 +21,7 @@
 #include "search/search.h"
 #include "tools/bench.h"
 #include "tools/epd.h"
+#include "tools/tuner.h"
 
 // The folder the executable was started from, as an absolute path with
 // forward slashes.  Kept for the user's inspection; nothing reads it.
@@ -89,7 +90,7 @@ static bool tuner_requested(i32 mode) {
            mode == MODE_MAKE_TRAIN_DATA || settings.use_nn == 2;
 }
 
-static void dispatch(i32 mode, bool bench_inline) {
+static void dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
     switch (mode) {
         case MODE_THINK:
             calibrate();
@@ -107,6 +108,11 @@ static void dispatch(i32 mode, bool bench_inline) {
             run_bench(bench_inline);
             break;
         case MODE_CONFIG_ONLY:
+            break;
+        case MODE_TUNE:
+        case MODE_TUNE2:
+        case MODE_MAKE_TRAIN_DATA:
+            run_tuner_mode(mode, argc, argv);
             break;
         default:
             // The PGN scan, book building and training data are not in
@@ -160,8 +166,8 @@ int engine_main(int argc, char **argv) {
         mode = line.mode;
         bench_inline = line.bench_inline != 0;
     }
-    // 13. The tuner's modes are not part of this build.
-    if (tuner_requested(mode)) {
+    // 13. The tuner's modes, unless this is the tuner build.
+    if (tuner_requested(mode) && !tuner_mode_built(mode)) {
         std::puts("Need to compile with 'make ttune'\n");
         return end_before_locks(1);
     }
@@ -190,7 +196,7 @@ int engine_main(int argc, char **argv) {
     // 21. The network is not part of this build yet.
     // 22. The tablebases (modes 1 and 2) come with the tablebase code.
     // 23. The run mode.
-    dispatch(mode, bench_inline);
+    dispatch(mode, bench_inline, argc, argv);
     // 24. Shutdown.
     return shut_down(0);
 }

@@ -39,12 +39,12 @@ struct RunResult {
 // In the child: wire the pipes, move to `dir` and start the engine.  Only
 // async-signal-safe calls here; the argument array is built before fork.
 [[noreturn]] void exec_engine(char *const *argv, const char *dir, int in_fd,
-                              int out_fd, int err_fd) {
+                              int out_fd, int err_fd, const char *exe) {
     dup2(in_fd, 0);
     dup2(out_fd, 1);
     dup2(err_fd, 2);
     if (chdir(dir) != 0) _exit(126);
-    execv(QUILLON_EXE, argv);
+    execv(exe, argv);
     _exit(127);
 }
 
@@ -77,9 +77,10 @@ bool drain(int out_fd, int err_fd, RunResult &r, int seconds) {
 }
 
 RunResult run_engine(const std::vector<std::string> &args,
-                     const std::string &dir, const std::string &input = "") {
+                     const std::string &dir, const std::string &input = "",
+                     const char *exe = QUILLON_EXE) {
     std::vector<char *> argv;
-    argv.push_back(const_cast<char *>(QUILLON_EXE));
+    argv.push_back(const_cast<char *>(exe));
     for (const std::string &a : args)
         argv.push_back(const_cast<char *>(a.c_str()));
     argv.push_back(nullptr);
@@ -92,7 +93,7 @@ RunResult run_engine(const std::vector<std::string> &args,
         close(out_pipe[0]);
         close(err_pipe[0]);
         exec_engine(argv.data(), dir.c_str(), in_pipe[0], out_pipe[1],
-                    err_pipe[1]);
+                    err_pipe[1], exe);
     }
     close(in_pipe[0]);
     close(out_pipe[1]);
@@ -184,6 +185,21 @@ TEST_F(EntryTest, TunerModesPrintTheNoticeAndEndWithOne) {
         EXPECT_EQ(r.out, TUNER_NOTICE) << line[0];
     }
     EXPECT_TRUE(dir_is_empty());
+}
+
+// The tuner build is the same engine: it starts and ends like it, and the
+// tuner modes it does not carry yet end with the engine's notice.
+TEST_F(EntryTest, TunerBuildStartsLikeTheEngine) {
+    RunResult r = run_engine({"-mkconfig"}, dir, "", QUILLON_TTUNE_EXE);
+    EXPECT_EQ(r.exit_code, 0);
+    EXPECT_EQ(r.out, std::string(GREETING) + "\n" + allocated(64));
+    for (const std::vector<std::string> &line :
+         {std::vector<std::string>{"-tune", "a.epd", "5"},
+          {"-tune2", "a.epd", "5", "1"}}) {
+        RunResult t = run_engine(line, dir, "", QUILLON_TTUNE_EXE);
+        EXPECT_EQ(t.exit_code, 1) << line[0];
+        EXPECT_EQ(t.out, TUNER_NOTICE) << line[0];
+    }
 }
 
 TEST_F(EntryTest, ShortTuneLinesEndWithOneAndNoNotice) {
