@@ -16,7 +16,7 @@ TTUNE_BUILD ?= build-ttune
 # threaded searches, and the engine process (built with it) answering
 # commands, options and the clock while its search thread runs; the console
 # starting, stopping and killing searches.
-TSAN_TESTS ?= ParallelSearch.*:HashTest.Threads*:UciE2ESearch.*:UciE2EPonder.*:UciE2EOptions.TableOptions*:UciE2EBadInput.*During*:UciE2EGame.ShortClock*:ConsoleE2ESearch.*
+TSAN_TESTS ?= ParallelSearch.*:HashTest.Threads*:UciE2ESearch.*:UciE2EPonder.*:UciE2EOptions.TableOptions*:UciE2EBadInput.*During*:UciE2EGame.ShortClock*:UciE2ENetwork.*:ConsoleE2ESearch.*
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CTEST_FLAGS ?= --output-on-failure -j $(JOBS) -LE slow
 
