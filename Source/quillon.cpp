@@ -21,6 +21,7 @@
 #include "search/search.h"
 #include "tools/bench.h"
 #include "tools/epd.h"
+#include "tools/training.h"
 #include "tools/tuner.h"
 
 // The folder the executable was started from, as an absolute path with
@@ -109,15 +110,22 @@ static void dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
             break;
         case MODE_CONFIG_ONLY:
             break;
+        case MODE_TRAIN_POSITIONS1:
+        case MODE_TRAIN_POSITIONS2:
+            tune_make(mode == MODE_TRAIN_POSITIONS1 ? 1 : 2);
+            break;
+        case MODE_EPD_TO_BIN:
+            epd_to_bin();
+            break;
         case MODE_TUNE:
         case MODE_TUNE2:
         case MODE_MAKE_TRAIN_DATA:
             run_tuner_mode(mode, argc, argv);
             break;
         default:
-            // The PGN scan, book building and training data are not in
-            // this build yet: their modes end in the shutdown like every
-            // unknown mode.
+            // The PGN scan, book building and -prune_nn (it needs the
+            // network) are not in this build yet: their modes end in the
+            // shutdown like every unknown mode.
             break;
     }
 }
