@@ -89,6 +89,7 @@ void init_attack_tables() {
     }
     for (int a = 0; a < 64; a++)
         for (int b = 0; b < 64; b++) between[a][b] = squares_between(a, b);
+    init_slider_tables();
 }
 
 int square_attacked(const Position &pos, int sq, int by_colour) {

@@ -128,7 +128,7 @@ void init_attack_tables();
 // Ray-difference slider attacks: beyond the first blocker of each ray the
 // blocker's own ray is cut away; squares 63 and 0 serve as sentinels since
 // the rays that could run from them are empty.
-inline u64 bishop_attacks(int sq, u64 occupied) {
+inline u64 bishop_attacks_by_rays(int sq, u64 occupied) {
     int nw = first_bit((ray_north_west[sq] & occupied) | (1ULL << 63));
     int ne = first_bit((ray_north_east[sq] & occupied) | (1ULL << 63));
     int sw = last_bit(ray_south_west[sq] & occupied);
@@ -137,13 +137,50 @@ inline u64 bishop_attacks(int sq, u64 occupied) {
            ray_south_west[sw] ^ ray_south_east[se];
 }
 
-inline u64 rook_attacks(int sq, u64 occupied) {
+inline u64 rook_attacks_by_rays(int sq, u64 occupied) {
     int n = first_bit((ray_north[sq] & occupied) | (1ULL << 63));
     int e = first_bit((ray_east[sq] & occupied) | (1ULL << 63));
     int s = last_bit(ray_south[sq] & occupied);
     int w = last_bit(ray_west[sq] & occupied);
     return rook_rays[sq] ^ ray_north[n] ^ ray_east[e] ^ ray_south[s] ^
            ray_west[w];
+}
+
+// Where a square's attack sets start in slider_table, and which occupied
+// squares choose among them: the lines without their far ends, whose
+// occupancy never changes what the slider reaches.
+struct SliderLookup {
+    u64 mask;
+    u32 offset;
+};
+
+constexpr int ROOK_TABLE_SIZE = 102400 + 1;  // one entry for NO_SQUARE
+constexpr int BISHOP_TABLE_SIZE = 5248 + 1;
+extern SliderLookup bishop_lookup[65], rook_lookup[65];
+extern u64 slider_table[ROOK_TABLE_SIZE + BISHOP_TABLE_SIZE];
+
+// Fills the lookup from the ray-difference answers; the attack tables must
+// be filled first.
+void init_slider_tables();
+
+inline u64 slider_lookup(const SliderLookup &l, u64 occupied) {
+    return slider_table[l.offset + extract_bits(occupied, l.mask)];
+}
+
+// With a bit-extract instruction one lookup replaces the ray arithmetic;
+// the answers are the same for every board.
+inline u64 bishop_attacks(int sq, u64 occupied) {
+    if constexpr (HAVE_PEXT)
+        return slider_lookup(bishop_lookup[sq], occupied);
+    else
+        return bishop_attacks_by_rays(sq, occupied);
+}
+
+inline u64 rook_attacks(int sq, u64 occupied) {
+    if constexpr (HAVE_PEXT)
+        return slider_lookup(rook_lookup[sq], occupied);
+    else
+        return rook_attacks_by_rays(sq, occupied);
 }
 
 // Squares a knight, bishop, rook or queen on `sq` attacks.

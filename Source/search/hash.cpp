@@ -4,6 +4,7 @@
 #include "hash.h"
 
 #include <pthread.h>
+#include <sys/mman.h>
 
 #include <algorithm>
 #include <atomic>
@@ -47,6 +48,21 @@ void hash_write_slot(u32 index, const HashEntry &entry) {
 
 static bool table_usable() { return hash_table && hash_entries; }
 
+// Probes land on random entries, so with small pages nearly every probe
+// would miss the address cache as well; the table asks for 2 MiB pages.
+constexpr u64 LARGE_PAGE = 2 << 20;
+
+// A zeroed block of slots on large-page boundaries, or null.
+static HashSlot *allocate_slots(u64 count) {
+    u64 bytes = count * sizeof(HashSlot);
+    u64 rounded = (bytes + LARGE_PAGE - 1) / LARGE_PAGE * LARGE_PAGE;
+    void *block = std::aligned_alloc(LARGE_PAGE, rounded);
+    if (!block) return nullptr;
+    madvise(block, rounded, MADV_HUGEPAGE);
+    std::memset(block, 0, bytes);
+    return static_cast<HashSlot *>(block);
+}
+
 void hash_free() {
     std::free(hash_table);
     hash_table = nullptr;
@@ -58,11 +74,10 @@ int hash_allocate() {
     init_hash_keys();
     // 2.
     hash_free();
-    // 3. calloc also zeroes the spare slots, which no clear ever reaches.
+    // 3. The spare slots are zeroed here too; no clear ever reaches them.
     i32 mb = std::clamp<i32>(settings.hash_mb, 0, MAX_HASH_MB);
     u64 count = static_cast<u64>(mb) * ENTRIES_PER_MB;
-    hash_table = static_cast<HashSlot *>(
-        std::calloc(count + HASH_SPARE, sizeof(HashSlot)));
+    hash_table = allocate_slots(count + HASH_SPARE);
     if (!hash_table) return 0;
     hash_entries = static_cast<u32>(count);
     // 4.
