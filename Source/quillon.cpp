@@ -11,6 +11,7 @@
 #include <ctime>
 
 #include "eval/eval.h"
+#include "eval/network.h"
 #include "frontend/frontend.h"
 #include "frontend/options.h"
 #include "frontend/output.h"
@@ -133,6 +134,7 @@ static void dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
 // Every mode ends here.
 static int shut_down(int result) {
     hash_free();
+    free_network();
     pthread_mutex_destroy(&engine_mutex);
     // Spin locks hold no resources: nothing to destroy.
     close_log();
@@ -201,7 +203,8 @@ int engine_main(int argc, char **argv) {
     load_config();
     // 20. The evaluation parameters: names, tables, spare slots, values.
     init_eval_params();
-    // 21. The network is not part of this build yet.
+    // 21. The network.
+    load_network();
     // 22. The tablebases (modes 1 and 2) come with the tablebase code.
     // 23. The run mode.
     dispatch(mode, bench_inline, argc, argv);

@@ -7,13 +7,10 @@
 #include "../frontend/relaxed.h"
 #include "../search/search.h"
 #include "eval.h"
+#include "network.h"
 
 // Contempt's part that grows with the material, no option sets it.
 constexpr int CONTEMPT_BASE = 15;
-
-// The network is not part of this build yet: every evaluation is the
-// hand-written one, whatever Use_NN_eval says.
-constexpr bool NETWORK_BUILT = false;
 
 static int distance(int a, int b) {
     int df = file_of(a) - file_of(b), dr = rank_of(a) - rank_of(b);
@@ -138,7 +135,9 @@ i32 evaluate(Worker *worker, int side, int ply, int in_check) {
     if (endgame_shortcut(pos, side, score)) return score;
     // 5. A cached value comes back without contempt or damping; that
     // difference from a fresh one is kept on purpose.
-    bool network = NETWORK_BUILT && relaxed_load(settings.use_nn);
+    // Without a loaded net (a build that carries none, a file cut short)
+    // the hand-written evaluation serves whatever Use_NN_eval says.
+    bool network = relaxed_load(settings.use_nn) && network_ready();
     EvalCacheEntry &entry = worker->eval_cache[(pos.key & 0x7FFE) + side];
     if (entry.key == pos.key && ply >= 2) {
         relaxed_increment(worker->eval_hit_count);
@@ -146,8 +145,13 @@ i32 evaluate(Worker *worker, int side, int ply, int in_check) {
     }
     // 6.
     entry.key = pos.key;
-    score = hand_evaluate(worker);
-    entry.hce_score = static_cast<i16>(score);
+    if (network) {
+        score = network_evaluate(worker);
+        entry.nn_score = static_cast<i16>(score);
+    } else {
+        score = hand_evaluate(worker);
+        entry.hce_score = static_cast<i16>(score);
+    }
     // 7.
     if (front_worker && front_worker->hist_index > 4 &&
         !(load_state() & STATE_BENCH))

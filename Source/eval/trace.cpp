@@ -7,6 +7,7 @@
 #include "../frontend/notation.h"
 #include "../search/search.h"
 #include "eval.h"
+#include "network.h"
 
 static constexpr const char *STAGE_LABELS[TRACE_STAGES] = {
     "pawns:", "knights:", "bishops:", "rooks:",  "queens:",
@@ -109,10 +110,10 @@ static void print_parameters() {
 void evaluation_trace(Worker *worker, int mode) {
     EvalContext &ctx = worker->eval;
     const Position &pos = worker->position;
-    // The network is not part of this build yet, so it has no score to
-    // show; nor does the search keep its last quiescence score yet.
-    i32 network_score = 0, quiesce_score = 0;
+    // The search keeps no last quiescence score yet.
+    i32 quiesce_score = 0;
     ctx.trace = 1;
+    i32 network_score = network_evaluate(worker);
     i32 hce = hand_evaluate(worker);
     ctx.trace = 0;
     // 1., 2.

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../eval/network.h"
 #include "../search/hash.h"
 #include "frontend.h"
 #include "output.h"
@@ -112,11 +113,14 @@ static void set_multi_pv(const OptionRow &row, const char *value) {
     relaxed_store(settings.multi_pv, spin(row, value));
 }
 
-// Only the name is kept so far: reading the weights from it (and making a
-// fresh network for "new") belongs to the network loader, which is not
-// part of the engine yet.
+// The net is written only while no search runs: during one, the reload
+// waits for its end.
 static void set_nn_file(const OptionRow &row, const char *value) {
     store_text(row.name, settings.nn_file, value);
+    if (searching())
+        request_network_reload();
+    else
+        load_network();
 }
 
 static void set_use_nn(const OptionRow &row, const char *value) {

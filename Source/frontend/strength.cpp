@@ -103,5 +103,6 @@ void calibrate() {
     print_line(text);
     // 9. The block stays allocated; its lists are set anew by the next
     // preparation.
+    release_network_state(workers[0]);
     std::memset(static_cast<void *>(workers[0]), 0, sizeof(Worker));
 }

@@ -160,6 +160,8 @@ void think_cycle() {
         if (load_state() & REQUESTS) start_thinking();
         // 3.
         if (load_state() & STATE_FINISHED) finish_thinking();
+        // A net named during the search is loaded now that none runs.
+        if (load_state() == 0) apply_network_reload();
     }
     end_running_search();
 }

@@ -5,6 +5,7 @@
 #include <atomic>
 
 #include "../eval/eval.h"
+#include "../eval/network.h"
 #include "../frontend/frontend.h"
 #include "../frontend/spinlock.h"
 #include "../position/position.h"
@@ -75,6 +76,7 @@ struct Worker {
     u64 pawn_probe_count;
     u64 pawn_hit_count;
     EvalContext eval;
+    NetworkState nn;
 };
 
 extern Worker *workers[MAX_THREADS];

@@ -16,7 +16,11 @@ Worker *allocate_worker() {
     return static_cast<Worker *>(std::calloc(1, sizeof(Worker)));
 }
 
-void free_worker(Worker *worker) { std::free(worker); }
+void free_worker(Worker *worker) {
+    if (!worker) return;
+    release_network_state(worker);
+    std::free(worker);
+}
 
 void reset_move_lists(Worker *w) {
     // Plies 0 and 1 start one entry apart at the bottom of the pool.  The

@@ -1,0 +1,218 @@
+// The forward pass: the first layer kept as an accumulator patched from
+// the last evaluation with the same side to move, integer maths to the
+// end of the hidden layers, then a float output stage that turns a
+// winning probability into centipawns.
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "../frontend/frontend.h"
+#include "../frontend/output.h"
+#include "../frontend/relaxed.h"
+#include "../frontend/spinlock.h"
+#include "../search/search.h"
+#include "network.h"
+
+// Beyond this the net claims a decided game; mates and tablebase wins
+// stand far above it.
+constexpr int NET_SCORE_LIMIT = 1919;
+constexpr int PATCH_SQUARES = 8;
+constexpr int PATCH_MIN_PLY = 3;
+
+template <class T>
+static T *zeroed(int64_t count) {
+    return static_cast<T *>(std::calloc(count > 0 ? count : 1, sizeof(T)));
+}
+
+void release_network_state(Worker *worker) {
+    NetworkState &s = worker->nn;
+    for (Accumulator *acc : s.accumulators) {
+        if (acc) std::free(acc->values);
+        std::free(acc);
+    }
+    std::free(s.working_accumulator);
+    std::free(s.hidden_values);
+    std::free(s.feature_marks);
+    std::memset(&s, 0, sizeof s);
+}
+
+// Buffers sized for the current net.  A Worker made for a net of another
+// shape starts over with fresh ones.
+static bool set_up_network_state(Worker *worker) {
+    NetworkState &s = worker->nn;
+    const NetworkDescriptor &n = network;
+    if (s.accumulators[0] && s.made_inputs == n.inputs &&
+        s.made_layer1 == n.layer1_size && s.made_layer2 == n.layer2_size)
+        return true;
+    release_network_state(worker);
+    s.net = &network;
+    s.made_inputs = n.inputs;
+    s.made_layer1 = n.layer1_size;
+    s.made_layer2 = n.layer2_size;
+    s.working_accumulator = zeroed<i16>(n.layer1_size);
+    s.hidden_values = zeroed<i16>(n.layer2_size);
+    s.feature_marks = zeroed<u8>(n.inputs);
+    bool ok = s.working_accumulator && s.hidden_values && s.feature_marks;
+    for (Accumulator *&acc : s.accumulators) {
+        acc = zeroed<Accumulator>(1);
+        if (acc) acc->values = zeroed<i16>(n.layer1_size);
+        ok = ok && acc && acc->values;
+    }
+    if (!ok) {
+        release_network_state(worker);
+        return false;
+    }
+    // A draw from the clock, so that a new game gets new noise.
+    spin_take(random_lock);
+    std::srand(static_cast<unsigned>(std::time(nullptr)));
+    s.noise_seed = static_cast<u32>(std::rand());
+    spin_release(random_lock);
+    return true;
+}
+
+static const i16 *row_of(int feature) {
+    return network.layer1_weights + int64_t{feature} * network.layer1_size;
+}
+
+// Steps 1 and 2: from the last sums with this side to move, take out
+// the features that went and add those that came.
+static void patch(NetworkState &s, const Accumulator &acc) {
+    int width = network.layer1_size;
+    std::memcpy(s.working_accumulator, acc.values, width * sizeof(i16));
+    for (int i = 0; i < s.feature_count; i++)
+        s.feature_marks[s.features[i]] = 1;
+    for (int i = 0; i < acc.feature_count; i++) {
+        u16 f = acc.features[i];
+        if (s.feature_marks[f])
+            s.feature_marks[f] = 0;
+        else
+            sub_row(s.working_accumulator, row_of(f), width);
+    }
+    for (int i = 0; i < s.feature_count; i++) {
+        u16 f = s.features[i];
+        if (!s.feature_marks[f]) continue;
+        add_row(s.working_accumulator, row_of(f), width);
+        s.feature_marks[f] = 0;
+    }
+}
+
+// Step 3.
+static void start_over(NetworkState &s) {
+    int width = network.layer1_size;
+    for (int i = 0; i < width; i++)
+        s.working_accumulator[i] = network.biases[1];
+    for (int i = 0; i < s.feature_count; i++)
+        add_row(s.working_accumulator, row_of(s.features[i]), width);
+}
+
+static void first_layer(Worker *worker, const Position &pos) {
+    NetworkState &s = worker->nn;
+    Accumulator &acc = *s.accumulators[pos.side & 1];
+    u64 occupied = occupied_squares(pos);
+    // 1. A king crossing between the d and e files changes the features
+    // but not these tests: the patch compares lists, so it copes.
+    bool can_patch = acc.wing_flag == s.wing_flag &&
+                     worker->eval.eval_ply >= PATCH_MIN_PLY &&
+                     count_bits(occupied ^ acc.occupied) <= PATCH_SQUARES;
+    if (can_patch)
+        patch(s, acc);
+    else
+        start_over(s);
+    // 4.
+    acc.feature_count = s.feature_count;
+    acc.ply = worker->eval.eval_ply;
+    acc.wing_flag = s.wing_flag;
+    acc.occupied = occupied;
+    std::memcpy(acc.features, s.features, sizeof acc.features);
+    std::memcpy(acc.values, s.working_accumulator,
+                network.layer1_size * sizeof(i16));
+}
+
+// The optional second layer.  One running value carries from node to
+// node: each node starts from the previous node's scaled value.
+static void second_layer(NetworkState &s) {
+    int width = network.layer1_size;
+    f32 t = network.biases[2];
+    for (int node = 0; node < network.layer2_size; node++) {
+        const i16 *row = network.layer2_weights + int64_t{node} * width;
+        t += static_cast<f32>(dot_product(row, s.working_accumulator, width));
+        if (t >= -54000000.0f) {
+            t = std::min(t * 0.00055555557f, 30000.0f);
+            i32 v = static_cast<i32>(t);
+            s.hidden_values[node] = static_cast<i16>(v < 0 ? v / 32 : v);
+        } else {
+            t = -30000.0f;
+            s.hidden_values[node] = -937;
+        }
+    }
+}
+
+i32 network_score(i32 dot, int width, u32 noise, bool add_noise,
+                  f32 &probability) {
+    f32 p = 0.5f;
+    if (width >= 1) {
+        // 1. to 4.: (1 - x/256)^256 stands for e^-x.
+        f32 s = static_cast<f32>(dot);
+        f32 x = static_cast<f32>(s * 3.08641975308642e-7);
+        f32 u = 1.0f - x / 256.0f;
+        for (int i = 0; i < 8; i++) u *= u;
+        p = 1.0f / (1.0f + u);
+    }
+    probability = p;
+    // 5.
+    if (add_noise) {
+        p = static_cast<f32>(p +
+                             (static_cast<int>(noise & 255) - 127) * 0.0001);
+        if (p < 0.0f) {
+            probability = 0.0f;
+            return -NET_SCORE_LIMIT;
+        }
+        if (p > 1.0f) {
+            probability = 1.0f;
+            return NET_SCORE_LIMIT;
+        }
+        probability = p;
+    }
+    // 6., 7.
+    if (p < 1e-5) return -NET_SCORE_LIMIT;
+    if (p > 0.99999) return NET_SCORE_LIMIT;
+    return static_cast<i32>(std::log(1.0 / p - 1.0) * -166.6666717529297);
+}
+
+i32 network_evaluate(Worker *worker) {
+    Position &pos = worker->position;
+    NetworkState &s = worker->nn;
+    worker->eval.eval_position = &pos;
+    worker->eval.eval_worker = worker;
+    s.net_probability = -0.001f;
+    if (!network_ready()) return 0;
+    if (!set_up_network_state(worker)) {
+        print_line("error initializing NN!");
+        return -10001;
+    }
+    s.feature_count = static_cast<i16>(
+        network_features(pos, network.inputs_piece, network.inputs_extra,
+                         s.features, s.wing_flag));
+    first_layer(worker, pos);
+    leaky_rectify(s.working_accumulator, network.layer1_size);
+    s.output_bucket = static_cast<u16>(output_bucket_of(pos));
+    i32 dot;
+    int width;
+    if (network.layer2_size > 0) {
+        second_layer(s);
+        width = network.layer2_size;
+        dot = dot_product(
+            network.output_weights + int64_t{s.output_bucket} * width,
+            s.hidden_values, width);
+    } else {
+        width = network.layer1_size;
+        dot = dot_product(
+            network.layer2_weights + int64_t{s.output_bucket} * width,
+            s.working_accumulator, width);
+    }
+    bool add_noise = relaxed_load(settings.noise) != 0.0f && front_worker &&
+                     front_worker->hist_index > 1;
+    u32 noise = static_cast<u32>(pos.key) ^ s.noise_seed;
+    return network_score(dot, width, noise, add_noise, s.net_probability);
+}

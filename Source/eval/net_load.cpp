@@ -1,0 +1,201 @@
+// Reading a net: from the block built into the executable, from a file,
+// or a fresh block for a trainer to fill.
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "../frontend/frontend.h"
+#include "../frontend/output.h"
+#include "network.h"
+
+NetworkDescriptor network;
+
+static bool reload_pending = false;
+
+// The header words, in the order they stand in the file.
+struct NetHeader {
+    u16 net_serial, net_kind, inputs_piece, inputs_extra;
+    u16 layer1_size, layer2_size, outputs;
+    u32 weight_count;
+};
+
+static void say(const char *format, const char *name) {
+    char line[256];
+    std::snprintf(line, sizeof line, format, name);
+    print_line(line);
+}
+
+void free_network() {
+    std::free(network.storage);
+    network.storage = nullptr;
+    network.layer1_weights = nullptr;
+    network.layer2_weights = nullptr;
+    network.output_weights = nullptr;
+    network.biases = nullptr;
+}
+
+bool network_ready() { return network.storage != nullptr; }
+
+static int64_t pad(int64_t n) { return n >= 8 ? n : 8; }
+
+// The derived sizes.  False for a shape the feature scheme can't index or
+// a block too large to hold; the header's own weight count is not used.
+static bool size_network(const NetHeader &h) {
+    NetworkDescriptor &n = network;
+    n.net_kind = h.net_kind;
+    n.net_serial = h.net_serial;
+    n.inputs_piece = h.inputs_piece;
+    n.inputs_extra = h.inputs_extra;
+    n.inputs = n.inputs_piece + n.inputs_extra;
+    n.outputs = h.outputs;
+    n.layer1_size = h.layer1_size;
+    n.layer2_size = h.layer2_size;
+    int64_t l1 = int64_t{n.inputs} * n.layer1_size;
+    int64_t l2 = pad(n.layer2_size) * n.layer1_size;
+    int64_t out = pad(n.outputs) * n.layer2_size;
+    int64_t total = l1 + l2 + out + 8;
+    if (n.inputs_piece < NET_PIECE_INPUTS || total > NET_MAX_WORDS)
+        return false;
+    n.layer1_weights_count = static_cast<i32>(l1);
+    n.layer2_weights_count = static_cast<i32>(l2);
+    n.output_weights_count = static_cast<i32>(out);
+    n.weight_count = static_cast<i32>(total);
+    return true;
+}
+
+// The block is zeroed, so that weights a short file never supplies read
+// as 0 rather than as leftovers.
+static bool allocate_network() {
+    NetworkDescriptor &n = network;
+    n.storage = static_cast<i16 *>(std::calloc(n.weight_count, sizeof(i16)));
+    if (!n.storage) return false;
+    n.layer1_weights = n.storage;
+    n.layer2_weights = n.layer1_weights + n.layer1_weights_count;
+    n.output_weights = n.layer2_weights + n.layer2_weights_count;
+    n.biases = n.output_weights + n.output_weights_count;
+    return true;
+}
+
+static i16 working_weight(i16 stored) {
+    return static_cast<i16>(std::trunc(stored * NET_LOAD_FACTOR));
+}
+
+static u16 word_at(const unsigned char *p) {
+    return static_cast<u16>(p[0] | (p[1] << 8));
+}
+
+static NetHeader header_of(const unsigned char *p) {
+    NetHeader h;
+    h.net_serial = word_at(p);
+    h.net_kind = word_at(p + 2);
+    h.inputs_piece = word_at(p + 4);
+    h.inputs_extra = word_at(p + 6);
+    h.layer1_size = word_at(p + 8);
+    h.layer2_size = word_at(p + 10);
+    h.outputs = word_at(p + 12);
+    h.weight_count = word_at(p + 14) | (u32{word_at(p + 16)} << 16);
+    return h;
+}
+
+static void refuse(const char *name) {
+    say("info string %s: a net of this shape can't be used", name);
+    free_network();
+}
+
+// A trainer's starting block.  Its weights are zero rather than left
+// uninitialised, so that evaluating it gives 0 instead of garbage.
+static void create_new_network() {
+    print_line("creating new net...");
+    NetHeader h{661, 1, 1536, 36, 1024, 0, 7, 0};
+    size_network(h);
+    if (!allocate_network()) {
+        print_line("allocating memory for net failed!");
+        std::exit(1);
+    }
+}
+
+// The built-in block.  A build that carries none, or one too short for
+// its header, leaves no net: the hand-written evaluation then serves.
+static void load_embedded_network() {
+    const unsigned char *block = embedded_network_data;
+    u64 size = embedded_network_size;
+    if (size < NET_HEADER_BYTES) return;
+    if (!size_network(header_of(block))) return refuse("embedded");
+    if (!allocate_network()) {
+        print_line("allocating memory for net failed!");
+        std::exit(1);
+    }
+    // The weights start at word 9; a short block leaves the rest 0.
+    u64 available = (size - NET_HEADER_BYTES) / 2;
+    u64 count = std::min<u64>(available, network.weight_count);
+    for (u64 i = 0; i < count; i++) {
+        i16 stored =
+            static_cast<i16>(word_at(block + NET_HEADER_BYTES + 2 * i));
+        if (std::abs(stored) > NET_STORED_LIMIT) print_line("error!");
+        network.storage[i] = working_weight(stored);
+    }
+    print_line("info string loaded embedded network");
+    std::rand();
+}
+
+// A file: the header, then the weights.  A short header leaves no net; a
+// short block of weights leaves the rest 0 and says nothing.
+static void load_network_file(const char *name) {
+    FILE *file = std::fopen(name, "rb");
+    if (!file) {
+        say("info string can't open %s", name);
+        std::exit(0);
+    }
+    unsigned char head[NET_HEADER_BYTES];
+    if (std::fread(head, 1, sizeof head, file) != sizeof head) {
+        std::fclose(file);
+        return;
+    }
+    if (!size_network(header_of(head))) {
+        std::fclose(file);
+        return refuse(name);
+    }
+    if (!allocate_network()) {
+        print_line("allocating memory for net failed!");
+        std::exit(1);
+    }
+    constexpr int CHUNK = 4096;
+    unsigned char buffer[2 * CHUNK];
+    for (i32 done = 0; done < network.weight_count;) {
+        i32 want = std::min(CHUNK, network.weight_count - done);
+        std::size_t got = std::fread(buffer, 2, want, file);
+        for (std::size_t i = 0; i < got; i++)
+            network.storage[done + i] =
+                working_weight(static_cast<i16>(word_at(buffer + 2 * i)));
+        if (static_cast<i32>(got) < want) {
+            std::fclose(file);
+            return;
+        }
+        done += want;
+    }
+    std::fclose(file);
+    say("info string loaded %s", name);
+    std::rand();
+}
+
+void load_network() {
+    free_network();
+    const char *name = settings.nn_file;
+    if (!std::strcmp(name, "new"))
+        create_new_network();
+    else if (!std::strcmp(name, "embedded"))
+        load_embedded_network();
+    else
+        load_network_file(name);
+}
+
+void request_network_reload() { reload_pending = true; }
+
+void apply_network_reload() {
+    if (!reload_pending) return;
+    reload_pending = false;
+    load_network();
+}
+
+void forget_network_reload() { reload_pending = false; }

@@ -1,0 +1,121 @@
+// The evaluation network: the file layout, the one global descriptor, the
+// loader, and the forward pass with its per-Worker accumulators.
+#pragma once
+
+#include "../position/position.h"
+
+struct Worker;
+
+// The header of a net file and of the built-in block: seven 16-bit words
+// and a 32-bit weight count, little-endian, then the stored weights.
+constexpr int NET_HEADER_BYTES = 18;
+// Stored weights are about 5.6 times the working ones.
+constexpr double NET_LOAD_FACTOR = 0.18000000000000002;
+// A stored weight beyond this in the built-in block means a broken build.
+constexpr int NET_STORED_LIMIT = 30010;
+// The largest block of weights a file may ask for, in 16-bit words: about
+// 25 times the built-in net.  A header claiming more is refused instead of
+// allocating gigabytes.
+constexpr int64_t NET_MAX_WORDS = 64LL * 1024 * 1024;
+// Piece inputs the feature scheme needs: 2 wing cases * 2 colours * 6
+// types * 64 squares.
+constexpr int NET_PIECE_INPUTS = 1536;
+constexpr int NET_MAX_FEATURES = 64;
+constexpr int NET_BUCKETS = 7;
+
+struct NetworkDescriptor {
+    u16 net_kind;
+    u16 net_serial;
+    i32 inputs_piece;
+    i32 inputs_extra;
+    i32 inputs;
+    i32 outputs;
+    i32 layer1_size;
+    i32 layer2_size;
+    i32 weight_count;
+    i32 layer1_weights_count;
+    i32 layer2_weights_count;
+    i32 output_weights_count;
+    i16 *storage;
+    i16 *layer1_weights;
+    i16 *layer2_weights;
+    i16 *output_weights;
+    i16 *biases;
+};
+
+extern NetworkDescriptor network;
+
+// The first layer as the last evaluation with one side to move left it.
+struct Accumulator {
+    i16 *values;
+    u16 features[NET_MAX_FEATURES];
+    i16 feature_count;
+    i16 ply;
+    u16 wing_flag;
+    u64 occupied;
+};
+
+// A Worker's network state, made on its first evaluation.  The sizes the
+// buffers were made for are kept, so that a net of another shape gets
+// fresh buffers instead of sums read past their end.
+struct NetworkState {
+    const NetworkDescriptor *net;
+    f32 net_probability;
+    i16 *working_accumulator;
+    i16 *hidden_values;
+    i16 feature_count;
+    u16 features[NET_MAX_FEATURES];
+    u16 output_bucket;
+    u16 wing_flag;
+    u8 *feature_marks;
+    Accumulator *accumulators[2];
+    u32 noise_seed;
+    i32 made_inputs, made_layer1, made_layer2;
+};
+
+// The built-in block, empty when the build carries no net.
+extern const unsigned char *const embedded_network_data;
+extern const u64 embedded_network_size;
+
+// Loads the net that settings.nn_file names: "new", "embedded" or a file.
+void load_network();
+// Frees the global net's storage (at shutdown).
+void free_network();
+// True when a net's weights stand in memory and can be evaluated.
+bool network_ready();
+// Set by NN_File during a search: the net is written only while no search
+// runs, so the reload waits for the search's end.
+void request_network_reload();
+void apply_network_reload();
+// Drops a reload asked for during a search.
+void forget_network_reload();
+
+// One forward pass on the worker's position: -1919..1919 for the side to
+// move, 0 when no net is loaded, -10001 when the buffers can't be made.
+i32 network_evaluate(Worker *worker);
+// Frees a Worker's network buffers and clears its state.
+void release_network_state(Worker *worker);
+
+// The active features of a position from the side to move's view; the
+// result is their number.  Sets `wing_flag`.
+int network_features(const Position &pos, int inputs_piece, int inputs_extra,
+                     u16 *features, u16 &wing_flag);
+// The output row of a position: 0 with much material, 6 with pawns alone.
+int output_bucket_of(const Position &pos);
+// The float output stage: a 32-bit dot product to the winning probability
+// and then to centipawns; `probability` receives what the Worker keeps.
+i32 network_score(i32 dot, int width, u32 noise, bool add_noise,
+                  f32 &probability);
+
+// Row operations of the first layer, on `n` 16-bit lanes with signed
+// saturation, and the 32-bit dot product; the widest path the build
+// allows, bit-identical to the portable one.
+void add_row(i16 *acc, const i16 *row, int n);
+void sub_row(i16 *acc, const i16 *row, int n);
+void leaky_rectify(i16 *acc, int n);
+i32 dot_product(const i16 *a, const i16 *b, int n);
+// The same on 128-bit vectors only, for the tests.
+void add_row_128(i16 *acc, const i16 *row, int n);
+void sub_row_128(i16 *acc, const i16 *row, int n);
+void leaky_rectify_128(i16 *acc, int n);
+i32 dot_product_128(const i16 *a, const i16 *b, int n);
