@@ -7,6 +7,7 @@
 
 #include "../search/hash.h"
 #include "../search/search.h"
+#include "console.h"
 #include "notation.h"
 #include "output.h"
 #include "protocol.h"
@@ -100,6 +101,21 @@ Move answer_move() {
     return legal[0];
 }
 
+// The console's engine plays its move on the game, on its own clock; in
+// self-play the next search starts at once.  A game that has ended (or
+// grown as long as the console keeps) ends both.
+static void play_engine_move(Move best, f32 elapsed) {
+    Position &pos = front_worker->position;
+    f32 &clock = status.clock[pos.side & 1];
+    clock = clock + settings.level_inc - elapsed;
+    if (best == NO_MOVE || !play_game_move(best)) {
+        engine_moves = self_play = 0;
+        return;
+    }
+    print_board(pos);
+    if (self_play) store_state(STATE_REQUEST_THINK);
+}
+
 // Finish: the last info line, then "bestmove".
 static void finish_thinking() {
     store_state(0);
@@ -129,6 +145,8 @@ static void finish_thinking() {
         // 4.
         print_console_summary(best, elapsed);
     }
+    // 5.
+    if (engine_moves || self_play) play_engine_move(answer_move(), elapsed);
 }
 
 // A search still running when the loop ends is stopped and waited for,
@@ -143,6 +161,7 @@ static void end_running_search() {
 
 void think_cycle() {
     set_fen(front_worker->position, START_FEN);
+    if (!settings.uci_mode) print_board(front_worker->position);
     settings.quit = 0;
     store_stop(0);
     store_state(0);
