@@ -14,8 +14,10 @@ TTUNE_EXE ?= quillon-ttune
 TTUNE_BUILD ?= build-ttune
 # The tests of threads sharing the search, run under ThreadSanitizer: the
 # threaded searches, and the engine process (built with it) answering
-# commands, options and the clock while its search thread runs.
-TSAN_TESTS ?= ParallelSearch.*:HashTest.Threads*:UciE2ESearch.*:UciE2EPonder.*:UciE2EOptions.TableOptions*:UciE2EBadInput.*During*:UciE2EGame.ShortClock*:UciE2ENetwork.*:TbThreads.*
+# commands, options and the clock while its search thread runs; the console
+# starting, stopping and killing searches; first tablebase probes from many
+# threads.
+TSAN_TESTS ?= ParallelSearch.*:HashTest.Threads*:UciE2ESearch.*:UciE2EPonder.*:UciE2EOptions.TableOptions*:UciE2EBadInput.*During*:UciE2EGame.ShortClock*:UciE2ENetwork.*:ConsoleE2ESearch.*:TbThreads.*
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CTEST_FLAGS ?= --output-on-failure -j $(JOBS) -LE slow
 

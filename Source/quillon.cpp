@@ -10,6 +10,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "book/book.h"
 #include "eval/eval.h"
 #include "eval/network.h"
 #include "frontend/frontend.h"
@@ -23,6 +24,8 @@
 #include "search/search.h"
 #include "tools/bench.h"
 #include "tools/epd.h"
+#include "tools/pgn.h"
+#include "tools/training.h"
 #include "tools/tuner.h"
 
 // The folder the executable was started from, as an absolute path with
@@ -111,15 +114,30 @@ static void dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
             break;
         case MODE_CONFIG_ONLY:
             break;
+        case MODE_MAKE_BOOK:
+            make_book(settings.input_file2);
+            break;
+        case MODE_SCAN_PGN1:
+        case MODE_SCAN_PGN1 + 1:
+        case MODE_SCAN_PGN1 + 2:
+        case MODE_SCAN_PGN1 + 3:
+            pgn_scan(mode - MODE_SCAN_PGN1 + 1);
+            break;
+        case MODE_TRAIN_POSITIONS1:
+        case MODE_TRAIN_POSITIONS2:
+            tune_make(mode == MODE_TRAIN_POSITIONS1 ? 1 : 2);
+            break;
+        case MODE_EPD_TO_BIN:
+            epd_to_bin();
+            break;
         case MODE_TUNE:
         case MODE_TUNE2:
         case MODE_MAKE_TRAIN_DATA:
             run_tuner_mode(mode, argc, argv);
             break;
         default:
-            // The PGN scan, book building and training data are not in
-            // this build yet: their modes end in the shutdown like every
-            // unknown mode.
+            // -prune_nn (it needs the network) is not in this build yet:
+            // its mode ends in the shutdown like every unknown mode.
             break;
     }
 }

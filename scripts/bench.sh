@@ -56,3 +56,7 @@ echo
 echo "search, the 20 benchmark positions at depth 15, hand-written evaluation, median of 3"
 "$build/bench/search_bench" 15 1 3 | tail -1
 "$build/bench/search_bench" 15 2 3 | tail -1
+
+echo
+echo "opening book, single thread, median of 5 rounds: lookups on the sample book, -mkbook on the sample games ten times over"
+"$build/bench/book_bench" "${QUILLON_SHARED_DIR:-../shared}/data/sample_book.bin" "${QUILLON_SHARED_DIR:-../shared}/data/sample_games.pgn" 10

@@ -1,6 +1,10 @@
-// The board as text, one rank a row.
+// The board as text, one rank a row, and the evaluation of the game's
+// position.
+#include <cstdio>
 #include <cstring>
 
+#include "../eval/eval.h"
+#include "../search/search.h"
 #include "console.h"
 #include "notation.h"
 #include "output.h"
@@ -34,4 +38,18 @@ void print_board(const Position &pos) {
     }
     std::strcpy(out, pos.side ? "black" : "white");
     print_line(text);
+}
+
+void show_eval() {
+    const Worker *w = front_worker;
+    int ply = w->hist_index;
+    if (ply > 0) {
+        Move last = w->states[ply - 1].move;
+        // With White to move the last move was Black's.
+        std::printf("last move was ");
+        std::printf(w->position.side == WHITE ? "%d... %s%s\n" : "%d. %s%s\n",
+                    (ply + 1) / 2, SQUARE_NAMES[move_from(last)],
+                    SQUARE_NAMES[move_to(last)]);
+    }
+    evaluation_trace(front_worker, 1);
 }

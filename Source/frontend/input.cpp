@@ -4,9 +4,11 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
+#include "console.h"
 #include "protocol.h"
 
 constexpr int PENDING_SIZE = 5000;
@@ -104,7 +106,31 @@ void poll_input() {
     }
     // 6.
     line[std::strcspn(line, "\r\n")] = 0;
-    // 7. The console's own commands are not part of this build.
+    // 7.
     if (settings.uci_mode == 1 || std::strcmp(line, "uci") == 0)
         uci_command(line);
+    else if (line[0])
+        console_command(line);
+}
+
+bool wait_for_line(char *line, int size) {
+    if (is_pipe < 0) is_pipe = isatty(0) ? 0 : 1;
+    char text[PENDING_SIZE];
+    for (;;) {
+        // Lines already received come first.
+        if (take_line(text)) {
+            text[std::strcspn(text, "\r\n")] = 0;
+            std::snprintf(line, static_cast<size_t>(size), "%s", text);
+            return true;
+        }
+        if (input_closed) return false;
+        pollfd fd{0, POLLIN, 0};
+        int ready = poll(&fd, 1, -1);
+        if (ready < 0 && errno != EINTR) input_closed = true;
+        if (ready <= 0) continue;
+        if (is_pipe)
+            read_pipe();
+        else
+            read_console();
+    }
 }

@@ -12,6 +12,10 @@ extern bool end_of_input_quits;
 // When the input has ended and every line is handled, sets quit (see
 // end_of_input_quits).
 void poll_input();
+// Blocks until a whole line of input is there and copies it to `line`
+// (cut to `size` - 1 characters); false once the input has ended and every
+// line is taken.
+bool wait_for_line(char *line, int size);
 // Interprets one UCI line; `line` may be written to.
 void uci_command(char *line);
 // The main loop: polls input and the clock, starts and finishes searches,

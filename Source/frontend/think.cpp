@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "../book/book.h"
 #include "../search/hash.h"
 #include "../search/search.h"
+#include "console.h"
 #include "notation.h"
 #include "output.h"
 #include "protocol.h"
@@ -26,14 +28,28 @@ void kill_search() {
     store_state(0);
 }
 
-// Start of a search: the clock and target, then the search thread.  The
-// opening book is not part of this build, so every request searches.
+// A book move is the finished answer: no search thread starts, and the
+// finish comes next.
+static void answer_from_book(Move m) {
+    status.score = 0;
+    status.pv[1] = m;
+    status.book_move = m;
+    store_stop(1);
+    add_state_bits(STATE_FINISHED);
+}
+
+// Start of a search: the clock and target, a book move for a plain go,
+// else the search thread.
 static void start_thinking() {
     prepare_search();
     status.pv[1] = status.pv[2] = NO_MOVE;
     status.book_move = NO_MOVE;
     u16 next =
         load_state() == STATE_REQUEST_PONDER ? STATE_PONDERING : STATE_THINKING;
+    if (next == STATE_THINKING) {
+        Move m = think_book_move();
+        if (m != NO_MOVE) return answer_from_book(m);
+    }
     store_depth(0);
     store_state(next);
     store_stop(0);
@@ -100,6 +116,21 @@ Move answer_move() {
     return legal[0];
 }
 
+// The console's engine plays its move on the game, on its own clock; in
+// self-play the next search starts at once.  A game that has ended (or
+// grown as long as the console keeps) ends both.
+static void play_engine_move(Move best, f32 elapsed) {
+    Position &pos = front_worker->position;
+    f32 &clock = status.clock[pos.side & 1];
+    clock = clock + settings.level_inc - elapsed;
+    if (best == NO_MOVE || !play_game_move(best)) {
+        engine_moves = self_play = 0;
+        return;
+    }
+    print_board(pos);
+    if (self_play) store_state(STATE_REQUEST_THINK);
+}
+
 // Finish: the last info line, then "bestmove".
 static void finish_thinking() {
     store_state(0);
@@ -129,6 +160,8 @@ static void finish_thinking() {
         // 4.
         print_console_summary(best, elapsed);
     }
+    // 5.
+    if (engine_moves || self_play) play_engine_move(answer_move(), elapsed);
 }
 
 // A search still running when the loop ends is stopped and waited for,
@@ -143,6 +176,7 @@ static void end_running_search() {
 
 void think_cycle() {
     set_fen(front_worker->position, START_FEN);
+    if (!settings.uci_mode) print_board(front_worker->position);
     settings.quit = 0;
     store_stop(0);
     store_state(0);
