@@ -385,6 +385,43 @@ TEST_F(ConsoleE2ETools, SetLevelAndTheSearchSwitches) {
     EXPECT_EQ(engine.quit(), 0);
 }
 
+// ----------------------------------------------------------------- book
+
+using ConsoleE2EBook = ConsoleE2ETest;
+
+// `book` shows the start position's candidates with their counts and the
+// move drawn, then an empty line for each of the two books; the board
+// stays as it was.
+TEST_F(ConsoleE2EBook, BookShowsTheCandidatesOfTheStartPosition) {
+    ASSERT_TRUE(
+        engine.start({"-c", "-book", shared_path("data/sample_book.bin")}, dir))
+        << engine.transcript();
+    ASSERT_EQ(board(), START_BOARD) << engine.transcript();
+    auto out = command("book", line_starts("selecting "));
+    ASSERT_FALSE(out.empty()) << engine.transcript();
+    int candidates = 0;
+    for (const auto &l : out)
+        if (l.find("  cnt= ") != std::string::npos) candidates++;
+    EXPECT_EQ(candidates, 6) << joined(out);
+    std::string chosen = out.back().substr(10);
+    EXPECT_NE(std::find_if(out.begin(), out.end(),
+                           [&](const std::string &l) {
+                               return l.rfind("  " + chosen + "  cnt= ", 0) ==
+                                      0;
+                           }),
+              out.end())
+        << joined(out);
+    // The first book's empty line, then the second book (none) and its own.
+    auto blank = [](const std::string &l) { return l.empty(); };
+    ASSERT_TRUE(engine.wait_for(blank, 5000)) << engine.transcript();
+    ASSERT_TRUE(engine.wait_for(blank, 5000)) << engine.transcript();
+    // No move was played: the next typed move is White's first.
+    auto moved = board_after("e2e4");
+    ASSERT_GE(moved.size(), 2u) << engine.transcript();
+    EXPECT_EQ(moved[0], "1. move e2e4");
+    EXPECT_EQ(engine.quit(), 0);
+}
+
 // ------------------------------------------------------------- searches
 
 using ConsoleE2ESearch = ConsoleE2ETest;

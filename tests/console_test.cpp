@@ -351,7 +351,7 @@ TEST_F(ConsoleCommands, TraceAndTagSetTheirFields) {
     EXPECT_EQ(settings.trace, 3);
     run("tag");
     EXPECT_EQ(settings.tag_key, front_worker->position.key);
-    // No book in this build: two empty lines.
+    // No book file is set: each book prints only its closing empty line.
     EXPECT_EQ(run("book"), (std::vector<std::string>{"", ""}));
 }
 

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../book/book.h"
 #include "../search/hash.h"
 #include "../search/search.h"
 #include "../search/search_params.h"
@@ -177,14 +178,9 @@ static void jump_command(const ConsoleLine &line) {
 
 static void edit_cmd(const ConsoleLine &) { edit_command(); }
 
-// Both books show their candidates for the position.  The opening book is
-// not part of this build yet: this is where book_probe(position,
-// settings.book_file) and then (.., settings.book2_file) are asked.  Until
-// then every book reads as absent, and an absent book prints nothing.
-static void book_command(const ConsoleLine &) {
-    print_line("");
-    print_line("");
-}
+// Both books show their candidates for the position, each followed by an
+// empty line; no move is played.
+static void book_command(const ConsoleLine &) { show_book_moves(); }
 
 static void tag_command(const ConsoleLine &) {
     settings.tag_key = front_worker->position.key;
