@@ -165,6 +165,37 @@ TEST_F(SelfPlayGames, AGameDependsOnlyOnTheSeedAndItsNumber) {
                              first.size() * sizeof(TrainRecord)) == 0);
 }
 
+// Game 1861 of seed 1 (2,500 nodes, the hand-written evaluation, a 1 MB
+// hash as the generator sizes it) reaches a position at ply 132 whose
+// first iterations never end: checks in the capture search go on and on,
+// and the soft node limit waits for a second iteration.  The watchdog
+// stops that search at the hard cap and the game is dropped; an ordinary
+// search stays far under the cap.
+TEST_F(SelfPlayGames, ARunawaySearchIsStoppedAndItsGameDropped) {
+    EXPECT_EQ(runaway_cap(100), 100000u);
+    EXPECT_EQ(runaway_cap(2500), 1000000u);
+    settings.use_nn = 0;
+    settings.hash_mb = 1;
+    ASSERT_EQ(hash_allocate(), 1);
+    SelfPlaySettings s = default_self_play();
+    settings.max_nodes = s.nodes;
+    std::vector<TrainRecord> records;
+    GameOutcome g = play_game(s, 1861, records);
+    EXPECT_EQ(g.end, END_RUNAWAY);
+    EXPECT_EQ(g.result, RESULT_NONE);
+    EXPECT_EQ(g.plies, 132);
+    EXPECT_TRUE(records.empty());
+    EXPECT_GT(workers[0]->node_count, runaway_cap(s.nodes));
+    // The same settings on an ordinary position.
+    set_fen(front_worker->position, START_FEN);
+    bool runaway = true;
+    search_game_position(runaway);
+    EXPECT_FALSE(runaway);
+    EXPECT_LT(workers[0]->node_count, runaway_cap(s.nodes) / 10);
+    settings.hash_mb = kept.hash_mb;
+    ASSERT_EQ(hash_allocate(), 1);
+}
+
 TEST_F(SelfPlayGames, OpeningsComeFromTheFileWhenGiven) {
     SelfPlaySettings s = small_run();
     s.openings = shared_path("data/openings.epd");

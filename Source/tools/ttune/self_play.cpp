@@ -4,8 +4,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
+#include <thread>
 
 #include "../../frontend/notation.h"
+#include "../../frontend/relaxed.h"
 #include "../../frontend/time_control.h"
 #include "../../search/hash.h"
 #include "../../search/search.h"
@@ -35,19 +38,60 @@ static u64 next_random(u64 &state) {
     return z ^ (z >> 31);
 }
 
-struct SearchAnswer {
-    Move move;
-    int score;
+// The search's own node limit waits for a finished second iteration.  In
+// a few positions the first iterations alone run to billions of nodes
+// (checks in the capture search, on and on), so a watchdog thread stops a
+// search that passes a hard cap far above the soft limit, and the game is
+// dropped.  The lock keeps a late stop from landing in the next search.
+struct Watchdog {
+    std::mutex lock;
+    bool searching = false;
+    bool fired = false;
+    u64 cap = 0;
 };
+// Never destroyed: the detached thread may hold its lock at exit.
+static Watchdog &watchdog = *new Watchdog;
+
+static void watch_searches() {
+    for (;;) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::lock_guard<std::mutex> hold(watchdog.lock);
+        if (watchdog.searching &&
+            relaxed_load(workers[0]->node_count) > watchdog.cap) {
+            store_stop(1);
+            watchdog.fired = true;
+        }
+    }
+}
+
+// The hard cap for a soft limit of `nodes`.
+u64 runaway_cap(u64 nodes) {
+    u64 cap = nodes * 400;
+    return cap < 100000 ? 100000 : cap;
+}
 
 // One silent search of the game position on this thread, as -pbench runs
-// it: no helpers, no clock, only the node limit ends it.
-static SearchAnswer search_game_position() {
+// it: no helpers, no clock, only the node limit (or the watchdog) ends it.
+// `runaway` turns true when the watchdog stopped it.
+SearchAnswer search_game_position(bool &runaway) {
+    static std::once_flag started;
+    std::call_once(started, [] { std::thread(watch_searches).detach(); });
     prepare_search();
     if (init_worker(0) != 0) std::exit(-1);
-    store_stop(0);
-    store_state(STATE_BENCH);
+    {
+        std::lock_guard<std::mutex> hold(watchdog.lock);
+        store_stop(0);
+        store_state(STATE_BENCH);
+        watchdog.cap = runaway_cap(settings.max_nodes);
+        watchdog.fired = false;
+        watchdog.searching = true;
+    }
     search_root(0);
+    {
+        std::lock_guard<std::mutex> hold(watchdog.lock);
+        watchdog.searching = false;
+        runaway = watchdog.fired;
+    }
     aggregate_counters();
     store_state(0);
     return {status.pv[1], status.score};
@@ -116,7 +160,9 @@ static void choose_start(const SelfPlaySettings &s, u64 &rng, u64 game_seed) {
         // After many lopsided tries take what comes: a start is needed.
         if (attempt >= 50) return;
         forget_everything(game_seed);
-        SearchAnswer a = search_game_position();
+        bool runaway = false;
+        SearchAnswer a = search_game_position(runaway);
+        if (runaway) continue;
         if (a.score >= -s.opening_margin && a.score <= s.opening_margin) return;
     }
 }
@@ -178,7 +224,13 @@ GameOutcome play_game(const SelfPlaySettings &s, u64 index,
             g.end = END_LENGTH;
             break;
         }
-        SearchAnswer a = search_game_position();
+        bool runaway = false;
+        SearchAnswer a = search_game_position(runaway);
+        if (runaway) {
+            // No trustworthy score or move: the game teaches nothing.
+            out.resize(first);
+            return {RESULT_NONE, END_RUNAWAY, g.plies};
+        }
         if (a.move == NO_MOVE || !legal_move(pos, pos.side, a.move)) {
             // The search always answers with a legal move where one exists;
             // end the game as a draw rather than play a broken one.

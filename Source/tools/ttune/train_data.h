@@ -38,6 +38,7 @@ enum GameEnd : int {
     END_WIN_ADJUDICATED,
     END_DRAW_ADJUDICATED,
     END_LENGTH,
+    END_RUNAWAY,  // a search ran past the hard cap: the game is dropped
 };
 
 // The adjudicator's memory of the scores so far.
@@ -70,6 +71,20 @@ struct GameOutcome {
 // Plays game number `index` of the run `s` on the front Worker's position,
 // and appends its records to `out`.  The game depends on nothing but `s`
 // and `index`: hash, caches and the random numbers start afresh.
+struct SearchAnswer {
+    Move move;
+    int score;
+};
+
+// One silent search of the front Worker's position under the soft node
+// limit settings.max_nodes; `runaway` turns true when it passed the hard
+// cap and was stopped, and the answer is then worthless.
+SearchAnswer search_game_position(bool &runaway);
+
+// The node count at which a search with the soft limit `nodes` is stopped
+// as a runaway.
+u64 runaway_cap(u64 nodes);
+
 GameOutcome play_game(const SelfPlaySettings &s, u64 index,
                       std::vector<TrainRecord> &out);
 
