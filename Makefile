@@ -6,6 +6,8 @@ BUILD ?= build
 # optimisation.
 ARCH ?= native
 LTO ?= ON
+# The net built into ./quillon; without the file the build carries none.
+EVALFILE ?= nets/quillon.nnue
 PGO_BUILD ?= build-pgo
 ASAN_BUILD ?= build-asan
 TSAN_BUILD ?= build-tsan
@@ -29,7 +31,7 @@ deps:
 	@sh scripts/check_deps.sh
 
 configure: deps
-	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DQUILLON_ARCH=$(ARCH) -DQUILLON_LTO=$(LTO) >/dev/null
+	@cmake -S . -B $(BUILD) -DCMAKE_BUILD_TYPE=Release -DQUILLON_ARCH=$(ARCH) -DQUILLON_LTO=$(LTO) -DQUILLON_EVALFILE=$(abspath $(EVALFILE)) >/dev/null
 
 $(EXE): configure
 	@cmake --build $(BUILD) -j $(JOBS)
@@ -37,7 +39,7 @@ $(EXE): configure
 
 # Its own build folder, without the tests, so that it builds quickly.
 ttune: deps
-	@cmake -S . -B $(TTUNE_BUILD) -DCMAKE_BUILD_TYPE=Release -DQUILLON_ARCH=$(ARCH) -DQUILLON_LTO=$(LTO) -DQUILLON_TESTS=OFF >/dev/null
+	@cmake -S . -B $(TTUNE_BUILD) -DCMAKE_BUILD_TYPE=Release -DQUILLON_ARCH=$(ARCH) -DQUILLON_LTO=$(LTO) -DQUILLON_TESTS=OFF -DQUILLON_EVALFILE=$(abspath $(EVALFILE)) >/dev/null
 	@cmake --build $(TTUNE_BUILD) -j $(JOBS) --target quillon-ttune
 	@cp $(TTUNE_BUILD)/quillon-ttune $(TTUNE_EXE)
 
@@ -50,17 +52,17 @@ run: $(EXE)
 # the threaded searches under ThreadSanitizer.
 test: $(EXE)
 	cd $(BUILD) && ctest $(CTEST_FLAGS)
-	@cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLON_ARCH=x86-64 -DQUILLON_SANITIZE=address,undefined >/dev/null
+	@cmake -S . -B $(ASAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLON_ARCH=x86-64 -DQUILLON_SANITIZE=address,undefined -DQUILLON_EVALFILE=$(abspath $(EVALFILE)) >/dev/null
 	@cmake --build $(ASAN_BUILD) -j $(JOBS)
 	cd $(ASAN_BUILD) && ctest $(CTEST_FLAGS)
-	@cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLON_SANITIZE=thread >/dev/null
+	@cmake -S . -B $(TSAN_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLON_SANITIZE=thread -DQUILLON_EVALFILE=$(abspath $(EVALFILE)) >/dev/null
 	@cmake --build $(TSAN_BUILD) -j $(JOBS) --target quillon_tests
 	TSAN_OPTIONS=halt_on_error=1 $(TSAN_BUILD)/tests/quillon_tests --gtest_filter='$(TSAN_TESTS)'
 
 # A profile-guided ./quillon: an instrumented build plays a short -bench with
 # each evaluator, then the same folder is rebuilt from the profile.
 pgo: deps
-	@cmake -S . -B $(PGO_BUILD) -DCMAKE_BUILD_TYPE=Release -DQUILLON_ARCH=$(ARCH) -DQUILLON_LTO=$(LTO) -DQUILLON_TESTS=OFF -DQUILLON_PGO=generate >/dev/null
+	@cmake -S . -B $(PGO_BUILD) -DCMAKE_BUILD_TYPE=Release -DQUILLON_ARCH=$(ARCH) -DQUILLON_LTO=$(LTO) -DQUILLON_TESTS=OFF -DQUILLON_PGO=generate -DQUILLON_EVALFILE=$(abspath $(EVALFILE)) >/dev/null
 	@find $(PGO_BUILD) -name '*.gcda' -delete
 	@cmake --build $(PGO_BUILD) -j $(JOBS) --target quillon
 	cd $(PGO_BUILD) && ./quillon -bench -d 12 >/dev/null && ./quillon -bench -use_hce -d 12 >/dev/null

@@ -384,7 +384,8 @@ TEST(Sliders, AgainstRayWalkOnRandomOccupancies) {
 // random ones and sparse ones that stop on the edges, and NO_SQUARE.
 TEST(Sliders, LookupEqualsRayArithmetic) {
     std::vector<u64> occupancies = random_words(400, 6);
-    for (u64 w : random_words(400, 7)) occupancies.push_back(w & w >> 9 & w >> 23);
+    for (u64 w : random_words(400, 7))
+        occupancies.push_back(w & w >> 9 & w >> 23);
     occupancies.push_back(0);
     occupancies.push_back(~0ULL);
     for (u64 occ : occupancies)

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "engine_process.h"
+#include "eval/network.h"
 #include "frontend/console.h"
 #include "test_support.h"
 
@@ -184,11 +185,18 @@ TEST_F(ConsoleE2EEval, FenThenEvPrintsTheTrace) {
     auto trace = command("ev", line_starts("nne= "));
     ASSERT_FALSE(trace.empty()) << engine.transcript();
 
+    // The engine evaluates with its built-in net, when it has one.
+    std::snprintf(settings.nn_file, sizeof settings.nn_file, "embedded");
+    testing::internal::CaptureStdout();
+    load_network();
     test_position(fen);
     front_worker->eval.eval_ply = 1;
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), embedded_net_line());
     testing::internal::CaptureStdout();
     evaluation_trace(front_worker, 1);
     std::string expected = testing::internal::GetCapturedStdout();
+    release_network_state(front_worker);
+    free_network();
     std::string got;
     for (const std::string &l : trace) got += l + "\n";
     // The trace ends with an empty line after its summary.

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <random>
 #include <string>
 #include <vector>
@@ -545,6 +546,63 @@ TEST_F(NetworkTest, LoadFactorTruncatesTowardZero) {
     EXPECT_EQ(network.storage[3], -1);
     EXPECT_EQ(network.storage[4], 5898);
     EXPECT_EQ(network.storage[5], -5898);
+}
+
+// The built-in block goes through the same loading with one more check:
+// a stored weight beyond 30010 in size says "error!" and the load goes on.
+TEST_F(NetworkTest, EmbeddedBlockSaysErrorForEachWeightBeyondTheLimit) {
+    Shape s;
+    s.layer1 = 8;
+    std::vector<i16> stored(s.weight_count(), 0);
+    stored[0] = 30010;
+    stored[1] = -30010;
+    stored[2] = 30011;
+    stored[3] = -32768;
+    std::string bytes = net_bytes(s, stored);
+    testing::internal::CaptureStdout();
+    load_network_block(reinterpret_cast<const unsigned char *>(bytes.data()),
+                       bytes.size());
+    std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ(out, "error!\nerror!\ninfo string loaded embedded network\n");
+    ASSERT_TRUE(network_ready());
+    EXPECT_EQ(network.storage[0], 5401);
+    EXPECT_EQ(network.storage[1], -5401);
+    EXPECT_EQ(network.storage[2], 5401);
+    EXPECT_EQ(network.storage[3], -5898);
+    // A block shorter than its header is no net at all.
+    testing::internal::CaptureStdout();
+    load_network_block(reinterpret_cast<const unsigned char *>(bytes.data()),
+                       NET_HEADER_BYTES - 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+}
+
+// The build carries the net file that EVALFILE named, byte for byte, and
+// "embedded" loads it without a word of error; a build without one
+// carries nothing and leaves the hand-written evaluation in charge.
+TEST_F(NetworkTest, BuiltInBlockIsTheNetFileOfTheBuild) {
+    const std::string file = QUILLON_EVALFILE;
+    std::snprintf(settings.nn_file, sizeof settings.nn_file, "embedded");
+    testing::internal::CaptureStdout();
+    load_network();
+    std::string out = testing::internal::GetCapturedStdout();
+    if (file.empty()) {
+        EXPECT_EQ(embedded_network_size, 0u);
+        EXPECT_FALSE(network_ready());
+        EXPECT_EQ(out, "");
+        return;
+    }
+    std::ifstream in(file, std::ios::binary);
+    std::string bytes((std::istreambuf_iterator<char>(in)),
+                      std::istreambuf_iterator<char>());
+    ASSERT_EQ(embedded_network_size, bytes.size());
+    EXPECT_EQ(0,
+              std::memcmp(embedded_network_data, bytes.data(), bytes.size()));
+    EXPECT_EQ(out, "info string loaded embedded network\n");
+    ASSERT_TRUE(network_ready());
+    EXPECT_EQ(network.inputs, 1572);
+    EXPECT_EQ(network.outputs, 7);
+    EXPECT_EQ(network.layer2_size, 0);
+    EXPECT_EQ(network.layer1_size % 8, 0);
 }
 
 TEST_F(NetworkTest, DescriptorSizesAndPointers) {

@@ -118,3 +118,9 @@ SearchOutcome run_search(const char *fen, int depth, int threads, u64 nodes) {
                       status.nodes, workers[0] ? workers[0]->node_count : 0};
     return out;
 }
+
+std::string embedded_net_line() {
+    return std::string(QUILLON_EVALFILE).empty()
+               ? ""
+               : "info string loaded embedded network\n";
+}

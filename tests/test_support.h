@@ -14,6 +14,9 @@
 void init_engine_for_tests();
 // Sets the front Worker's position from a FEN text and returns it.
 Position &test_position(const char *fen);
+// The line start-up prints after the hash table when the build carries a
+// net ("info string loaded embedded network\n"), or "" when it carries none.
+std::string embedded_net_line();
 // Path of a file in the shared data folder.
 const char *shared_path(const char *relative);
 // A move from its coordinates ("e2e4", "e7e8q"), flags from the suffix;

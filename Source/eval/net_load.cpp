@@ -115,11 +115,10 @@ static void create_new_network() {
     }
 }
 
-// The built-in block.  A build that carries none, or one too short for
-// its header, leaves no net: the hand-written evaluation then serves.
-static void load_embedded_network() {
-    const unsigned char *block = embedded_network_data;
-    u64 size = embedded_network_size;
+// The built-in block, or any block laid out alike.  A build that carries
+// none, or one too short for its header, leaves no net: the hand-written
+// evaluation then serves.
+void load_network_block(const unsigned char *block, u64 size) {
     if (size < NET_HEADER_BYTES) return;
     if (!size_network(header_of(block))) return refuse("embedded");
     if (!allocate_network()) {
@@ -185,7 +184,7 @@ void load_network() {
     if (!std::strcmp(name, "new"))
         create_new_network();
     else if (!std::strcmp(name, "embedded"))
-        load_embedded_network();
+        load_network_block(embedded_network_data, embedded_network_size);
     else
         load_network_file(name);
 }

@@ -79,6 +79,9 @@ extern const u64 embedded_network_size;
 
 // Loads the net that settings.nn_file names: "new", "embedded" or a file.
 void load_network();
+// The "embedded" case on any block laid out as a net file: what the
+// built-in block goes through, with its "error!" check of each weight.
+void load_network_block(const unsigned char *block, u64 size);
 // Frees the global net's storage (at shutdown).
 void free_network();
 // True when a net's weights stand in memory and can be evaluated.

@@ -12,6 +12,7 @@
 #include "../../frontend/time_control.h"
 #include "../../search/hash.h"
 #include "../../search/search.h"
+#include "splitmix.h"
 #include "train_data.h"
 
 SelfPlaySettings default_self_play() {
@@ -28,14 +29,6 @@ SelfPlaySettings default_self_play() {
     s.max_game_plies = 400;
     s.openings = nullptr;
     return s;
-}
-
-// splitmix64: a well-mixed stream from any seed, the same on every machine.
-static u64 next_random(u64 &state) {
-    u64 z = (state += 0x9E3779B97F4A7C15ULL);
-    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
-    z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
-    return z ^ (z >> 31);
 }
 
 // The search's own node limit waits for a finished second iteration.  In

@@ -1,0 +1,220 @@
+// The trainer's float net: samples from records, the forward pass, and the
+// gradient step with Adam.
+#include <algorithm>
+#include <cmath>
+#include <thread>
+
+#include "../../eval/network.h"
+#include "../../frontend/notation.h"
+#include "../../search/search.h"
+#include "net_trainer.h"
+#include "splitmix.h"
+
+TrainerConfig default_trainer() {
+    TrainerConfig c{};
+    c.hidden = 512;
+    c.lambda = 0.75f;
+    c.lr = 0.002f;
+    c.batch = 16384;
+    c.visits = 0;
+    c.threads = 1;
+    c.seed = 1;
+    c.validate_every = 50;
+    return c;
+}
+
+static float uniform(u64 &state, float a) {
+    double u = static_cast<double>(next_random(state) >> 11) * 0x1.0p-53;
+    return static_cast<float>((2.0 * u - 1.0) * a);
+}
+
+void init_model(NetModel &m, int hidden, u64 seed) {
+    m.hidden = hidden;
+    m.w1.assign(static_cast<size_t>(NET_INPUTS) * hidden, 0.0f);
+    m.out.assign(static_cast<size_t>(NET_BUCKETS) * hidden, 0.0f);
+    u64 state = seed;
+    // About 33 features are active: first-layer sums start near 0.5 in size.
+    for (float &w : m.w1) w = uniform(state, 0.15f);
+    float a = 1.0f / std::sqrt(static_cast<float>(hidden));
+    for (float &w : m.out) w = uniform(state, a);
+}
+
+bool make_sample(const TrainRecord &r, float lambda, TrainSample &s) {
+    if (!record_has_kings(r)) return false;
+    char fen[FEN_BUFFER_SIZE];
+    record_fen(r, fen);
+    Position &pos = front_worker->position;
+    set_fen(pos, fen);
+    u16 features[NET_MAX_FEATURES];
+    u16 wing = 0;
+    int n = network_features(pos, NET_PIECE_INPUTS,
+                             NET_INPUTS - NET_PIECE_INPUTS, features, wing);
+    if (n > SAMPLE_FEATURES) return false;
+    std::copy(features, features + n, s.features);
+    s.count = static_cast<u8>(n);
+    s.bucket = static_cast<u8>(output_bucket_of(pos));
+    s.target =
+        static_cast<f32>(lambda * win_probability(r.sc) +
+                         (1.0f - lambda) * win_probability(r.result_logit));
+    return true;
+}
+
+// The first-layer sums, clipped to what a 16-bit accumulator holds.
+static void layer1_sums(const NetModel &m, const TrainSample &s, float *h) {
+    const int n = m.hidden;
+    std::fill(h, h + n, 0.0f);
+    for (int i = 0; i < s.count; i++) {
+        const float *row = &m.w1[static_cast<size_t>(s.features[i]) * n];
+        for (int j = 0; j < n; j++) h[j] += row[j];
+    }
+}
+
+static float activation(float h) {
+    float c = std::clamp(h, -NET_SUM_LIMIT, NET_SUM_LIMIT);
+    return c >= 0.0f ? c : c / 32.0f;
+}
+
+float model_logit(const NetModel &m, const TrainSample &s) {
+    std::vector<float> h(m.hidden);
+    layer1_sums(m, s, h.data());
+    const float *row = &m.out[static_cast<size_t>(s.bucket) * m.hidden];
+    float x = 0.0f;
+    for (int j = 0; j < m.hidden; j++) x += row[j] * activation(h[j]);
+    return x;
+}
+
+// The engine's output stage: e^-x as (1 - x/256)^256, eight squarings in
+// float, so that the model learns the probability the engine will compute.
+// Beyond |x| = 255 the base would turn negative; such logits are far past
+// the score bounds anyway.
+static float engine_exp(float x) {
+    float u = 1.0f - std::clamp(x, -255.0f, 255.0f) / 256.0f;
+    for (int i = 0; i < 8; i++) u *= u;
+    return u;
+}
+
+static float engine_probability(float x) {
+    return 1.0f / (1.0f + engine_exp(x));
+}
+
+// dp/dx of the engine's probability: p^2 * u / (1 - x/256).
+static float engine_slope(float x, float p) {
+    float base = 1.0f - std::clamp(x, -255.0f, 255.0f) / 256.0f;
+    return p * p * engine_exp(x) / base;
+}
+
+int logit_score(float x) {
+    double p = engine_probability(x);
+    if (p < 1e-5) return -1919;
+    if (p > 0.99999) return 1919;
+    return static_cast<int>(std::log(1.0 / p - 1.0) * -166.6666717529297);
+}
+
+double model_loss(const NetModel &m, const std::vector<TrainSample> &samples) {
+    double sum = 0.0;
+    for (const TrainSample &s : samples) {
+        double d = engine_probability(model_logit(m, s)) - s.target;
+        sum += d * d;
+    }
+    return samples.empty() ? 0.0 : sum / static_cast<double>(samples.size());
+}
+
+// Gradients of one thread's share of a batch.
+struct Gradients {
+    std::vector<float> w1, out;
+    double loss;
+};
+
+static void accumulate(const NetModel &m, const TrainSample *samples, int count,
+                       Gradients &g) {
+    const int n = m.hidden;
+    std::vector<float> h(n), a(n), dh(n);
+    std::fill(g.w1.begin(), g.w1.end(), 0.0f);
+    std::fill(g.out.begin(), g.out.end(), 0.0f);
+    g.loss = 0.0;
+    for (int k = 0; k < count; k++) {
+        const TrainSample &s = samples[k];
+        layer1_sums(m, s, h.data());
+        const float *row = &m.out[static_cast<size_t>(s.bucket) * n];
+        float x = 0.0f;
+        for (int j = 0; j < n; j++) {
+            a[j] = activation(h[j]);
+            x += row[j] * a[j];
+        }
+        float p = engine_probability(x), d = p - s.target;
+        g.loss += static_cast<double>(d) * d;
+        float dx = 2.0f * d * engine_slope(x, p);
+        float *grow = &g.out[static_cast<size_t>(s.bucket) * n];
+        for (int j = 0; j < n; j++) {
+            grow[j] += dx * a[j];
+            // A saturated sum passes no gradient back.
+            float slope = h[j] > NET_SUM_LIMIT || h[j] < -NET_SUM_LIMIT ? 0.0f
+                          : h[j] >= 0.0f                                ? 1.0f
+                                         : 1.0f / 32.0f;
+            dh[j] = dx * row[j] * slope;
+        }
+        for (int i = 0; i < s.count; i++) {
+            float *gw = &g.w1[static_cast<size_t>(s.features[i]) * n];
+            for (int j = 0; j < n; j++) gw[j] += dh[j];
+        }
+    }
+}
+
+static void adam_update(std::vector<float> &w, const std::vector<float> &grad,
+                        std::vector<float> &m1, std::vector<float> &v1,
+                        float lr, float scale, u64 step) {
+    const float b1 = 0.9f, b2 = 0.999f, eps = 1e-8f;
+    const float c1 = 1.0f - std::pow(b1, static_cast<float>(step));
+    const float c2 = 1.0f - std::pow(b2, static_cast<float>(step));
+    const float limit = static_cast<float>(NET_WORKING_LIMIT) / NET_SCALE;
+    for (size_t i = 0; i < w.size(); i++) {
+        float g = grad[i] * scale;
+        m1[i] = b1 * m1[i] + (1.0f - b1) * g;
+        v1[i] = b2 * v1[i] + (1.0f - b2) * g * g;
+        float step_size = lr * (m1[i] / c1) / (std::sqrt(v1[i] / c2) + eps);
+        w[i] = std::clamp(w[i] - step_size, -limit, limit);
+    }
+}
+
+double train_step(NetModel &m, AdamState &adam, const TrainSample *samples,
+                  int count, float lr, int threads) {
+    threads = std::clamp(threads, 1, 64);
+    static std::vector<Gradients> grads;
+    if (static_cast<int>(grads.size()) < threads) grads.resize(threads);
+    for (int t = 0; t < threads; t++) {
+        grads[t].w1.resize(m.w1.size());
+        grads[t].out.resize(m.out.size());
+    }
+    if (adam.m1.size() != m.w1.size()) {
+        adam.m1.assign(m.w1.size(), 0.0f);
+        adam.v1.assign(m.w1.size(), 0.0f);
+        adam.mo.assign(m.out.size(), 0.0f);
+        adam.vo.assign(m.out.size(), 0.0f);
+        adam.steps = 0;
+    }
+    // Each thread takes a fixed slice; the slices are summed in order, so a
+    // run is the same for the same thread count.
+    std::vector<std::thread> pool;
+    int share = (count + threads - 1) / threads;
+    for (int t = 1; t < threads; t++) {
+        int first = std::min(count, t * share);
+        int n = std::min(share, count - first);
+        pool.emplace_back(accumulate, std::cref(m), samples + first, n,
+                          std::ref(grads[t]));
+    }
+    accumulate(m, samples, std::min(share, count), grads[0]);
+    for (std::thread &th : pool) th.join();
+    double loss = grads[0].loss;
+    for (int t = 1; t < threads; t++) {
+        loss += grads[t].loss;
+        for (size_t i = 0; i < m.w1.size(); i++)
+            grads[0].w1[i] += grads[t].w1[i];
+        for (size_t i = 0; i < m.out.size(); i++)
+            grads[0].out[i] += grads[t].out[i];
+    }
+    adam.steps++;
+    float scale = 1.0f / static_cast<float>(std::max(count, 1));
+    adam_update(m.w1, grads[0].w1, adam.m1, adam.v1, lr, scale, adam.steps);
+    adam_update(m.out, grads[0].out, adam.mo, adam.vo, lr, scale, adam.steps);
+    return loss;
+}

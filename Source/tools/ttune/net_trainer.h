@@ -1,0 +1,89 @@
+// -tune: trains the evaluation network on training records and writes it
+// as a net file.  The model is the engine's own net in floating point: the
+// piece-square features of each side mirrored by its king, one hidden layer
+// with the leaky rectifier, seven output rows chosen by material, and the
+// winning probability 1 / (1 + e^-x).  Its weights are the engine's working
+// weights divided by NET_SCALE, so that export is a rounding.
+#pragma once
+
+#include <vector>
+
+#include "../train_record.h"
+
+// Working weights are float weights times this (both layers), so that the
+// engine's dot product divided by NET_SCALE^2 is the float model's logit.
+constexpr float NET_SCALE = 1800.0f;
+// The largest working weight whose stored value stays within the built-in
+// block's limit of 30010.
+constexpr int NET_WORKING_LIMIT = 5401;
+// The largest first-layer sum a 16-bit accumulator holds, in float units.
+constexpr float NET_SUM_LIMIT = 32767.0f / NET_SCALE;
+constexpr int NET_INPUTS = 1572;  // 1536 piece inputs + 36 extra
+constexpr int SAMPLE_FEATURES = 34;
+
+// One position as the trainer sees it.
+struct TrainSample {
+    u16 features[SAMPLE_FEATURES];
+    u8 count;
+    u8 bucket;
+    f32 target;  // winning probability for the side to move
+};
+
+struct TrainerConfig {
+    int hidden;    // first-layer size, a multiple of 8
+    float lambda;  // share of the search score in the target
+    float lr;      // Adam's step
+    int batch;     // samples per step
+    u64 visits;    // samples to train on in all (epochs x set size)
+    int threads;
+    u64 seed;
+    int validate_every;  // every n-th record is held out
+};
+
+TrainerConfig default_trainer();
+
+// The float model.  w1: one row of `hidden` per input; out: one row per
+// output bucket (7).
+struct NetModel {
+    int hidden;
+    std::vector<float> w1;
+    std::vector<float> out;
+};
+
+void init_model(NetModel &m, int hidden, u64 seed);
+
+// A record as a sample; false for a record the net can't take (no kings,
+// a FEN the engine refuses, too many features).
+bool make_sample(const TrainRecord &r, float lambda, TrainSample &s);
+
+// The model's logit for a sample.
+float model_logit(const NetModel &m, const TrainSample &s);
+// The engine's score for a logit: centipawns within -1919..1919.
+int logit_score(float x);
+
+// Mean squared error of the probabilities over `samples`.
+double model_loss(const NetModel &m, const std::vector<TrainSample> &samples);
+
+// Adam's moments, one per weight.
+struct AdamState {
+    std::vector<float> m1, v1, mo, vo;
+    u64 steps;
+};
+
+// One step on samples[first .. first + count), spread over `threads`.
+// Returns the batch's summed squared error.
+double train_step(NetModel &m, AdamState &adam, const TrainSample *samples,
+                  int count, float lr, int threads);
+
+// The stored value whose load (truncation of stored * 0.18) gives the
+// working weight `working`, which must lie within the working limit.
+i16 stored_weight(int working);
+// The working weight of a float weight: rounded and clipped.
+int working_weight_of(float w);
+
+// Writes `m` as a net file in the engine's format; false on a write error.
+bool write_net(const NetModel &m, const char *file_name);
+
+// The whole mode: records from settings.input_file (a file, or a folder of
+// .bin files), the net to settings.output_file.
+void tune_network(int argc, char **argv);
