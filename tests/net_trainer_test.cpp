@@ -53,7 +53,7 @@ TEST(NetTrainer, SamplesCarryTheEnginesFeaturesAndTarget) {
     r.sc = 100;
     r.result_logit = RESULT_LOGIT_WIN;
     TrainSample s;
-    ASSERT_TRUE(make_sample(r, 0.75f, s));
+    ASSERT_TRUE(make_sample(r, 0.75f, 166.66667f, s));
     u16 features[NET_MAX_FEATURES], wing = 0;
     int n = network_features(test_position(START_FEN), NET_PIECE_INPUTS,
                              NET_INPUTS - NET_PIECE_INPUTS, features, wing);
@@ -67,7 +67,19 @@ TEST(NetTrainer, SamplesCarryTheEnginesFeaturesAndTarget) {
     // A record without kings is no sample.
     TrainRecord empty{};
     empty.ep = 64;
-    EXPECT_FALSE(make_sample(empty, 0.75f, s));
+    EXPECT_FALSE(make_sample(empty, 0.75f, 166.66667f, s));
+}
+
+// The hand-written target is the side to move's score, whichever evaluator
+// the engine has switched on.
+TEST(NetTrainer, HandScoreIsTheSideToMovesView) {
+    const char *white = "rnb1kbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
+    const char *black = "rnb1kbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR b KQkq -";
+    i16 w = hand_score(pack_position(test_position(white)));
+    i16 b = hand_score(pack_position(test_position(black)));
+    EXPECT_GT(w, 800);
+    EXPECT_LT(b, -800);
+    EXPECT_LE(std::abs(w + b), 100);  // only the side to move differs
 }
 
 TEST(NetTrainer, TrainingLowersTheLossAndTheEngineAgreesWithTheModel) {
@@ -75,18 +87,18 @@ TEST(NetTrainer, TrainingLowersTheLossAndTheEngineAgreesWithTheModel) {
     std::vector<TrainRecord> records = material_records();
     for (const TrainRecord &r : records) {
         TrainSample s;
-        ASSERT_TRUE(make_sample(r, 1.0f, s));
+        ASSERT_TRUE(make_sample(r, 1.0f, 400.0f, s));
         samples.push_back(s);
     }
     ASSERT_GT(samples.size(), 50u);
     NetModel m;
     init_model(m, 32, 7);
     AdamState adam{};
-    double before = model_loss(m, samples);
+    double before = model_loss(m, samples, 400.0f);
     for (int step = 0; step < 300; step++)
         train_step(m, adam, samples.data(), static_cast<int>(samples.size()),
-                   0.01f, 2);
-    double after = model_loss(m, samples);
+                   0.01f, 400.0f, 2);
+    double after = model_loss(m, samples, 400.0f);
     EXPECT_LT(after, before * 0.5) << before << " -> " << after;
 
     char name[] = "/tmp/quillon_trained_XXXXXX";

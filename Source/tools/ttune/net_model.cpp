@@ -4,6 +4,7 @@
 #include <cmath>
 #include <thread>
 
+#include "../../eval/eval.h"
 #include "../../eval/network.h"
 #include "../../frontend/notation.h"
 #include "../../search/search.h"
@@ -20,6 +21,8 @@ TrainerConfig default_trainer() {
     c.threads = 1;
     c.seed = 1;
     c.validate_every = 50;
+    c.hand_target = false;
+    c.scale = 400.0f;
     return c;
 }
 
@@ -39,7 +42,8 @@ void init_model(NetModel &m, int hidden, u64 seed) {
     for (float &w : m.out) w = uniform(state, a);
 }
 
-bool make_sample(const TrainRecord &r, float lambda, TrainSample &s) {
+bool make_sample(const TrainRecord &r, float lambda, float scale,
+                 TrainSample &s) {
     if (!record_has_kings(r)) return false;
     char fen[FEN_BUFFER_SIZE];
     record_fen(r, fen);
@@ -53,10 +57,23 @@ bool make_sample(const TrainRecord &r, float lambda, TrainSample &s) {
     std::copy(features, features + n, s.features);
     s.count = static_cast<u8>(n);
     s.bucket = static_cast<u8>(output_bucket_of(pos));
-    s.target =
-        static_cast<f32>(lambda * win_probability(r.sc) +
-                         (1.0f - lambda) * win_probability(r.result_logit));
+    s.target = lambda * score_probability(r.sc, scale) +
+               (1.0f - lambda) * score_probability(r.result_logit, scale);
     return true;
+}
+
+i16 hand_score(const TrainRecord &r) {
+    char fen[FEN_BUFFER_SIZE];
+    record_fen(r, fen);
+    Position &pos = front_worker->position;
+    set_fen(pos, fen);
+    u8 kept = settings.use_nn;
+    settings.use_nn = 0;
+    // Ply 0: no cache hit, and no contempt or damping on a fresh position.
+    i32 v = evaluate(front_worker, pos.side, 0, 0);
+    settings.use_nn = kept;
+    return static_cast<i16>(
+        std::clamp<i32>(v, -SEARCH_SCORE_CLAMP, SEARCH_SCORE_CLAMP));
 }
 
 // The first-layer sums, clipped to what a 16-bit accumulator holds.
@@ -84,9 +101,11 @@ float model_logit(const NetModel &m, const TrainSample &s) {
 }
 
 // The engine's output stage: e^-x as (1 - x/256)^256, eight squarings in
-// float, so that the model learns the probability the engine will compute.
-// Beyond |x| = 255 the base would turn negative; such logits are far past
-// the score bounds anyway.
+// float.  Its probability is 1 / (1 + e^-y) with y = -256 ln(1 - x/256),
+// and the score it returns is y times 166.67: the model learns y, so that
+// the engine's score is the one learned, also far from 0.  Beyond
+// |x| = 255 the base would turn negative; such logits are far past the
+// score bounds anyway.
 static float engine_exp(float x) {
     float u = 1.0f - std::clamp(x, -255.0f, 255.0f) / 256.0f;
     for (int i = 0; i < 8; i++) u *= u;
@@ -97,10 +116,24 @@ static float engine_probability(float x) {
     return 1.0f / (1.0f + engine_exp(x));
 }
 
-// dp/dx of the engine's probability: p^2 * u / (1 - x/256).
-static float engine_slope(float x, float p) {
+static float engine_logit(float x) {
+    return -256.0f * std::log(1.0f - std::clamp(x, -255.0f, 255.0f) / 256.0f);
+}
+
+constexpr float SCORE_PER_LOGIT = 166.66667f;
+
+float score_probability(float score, float scale) {
+    return 1.0f / (1.0f + std::exp(-score / scale));
+}
+
+// The model's probability on the loss's scale, and its slope in x.
+static float scaled_probability(float x, float scale) {
+    return score_probability(engine_logit(x) * SCORE_PER_LOGIT, scale);
+}
+
+static float scaled_slope(float x, float q, float scale) {
     float base = 1.0f - std::clamp(x, -255.0f, 255.0f) / 256.0f;
-    return p * p * engine_exp(x) / base;
+    return q * (1.0f - q) * SCORE_PER_LOGIT / scale / base;
 }
 
 int logit_score(float x) {
@@ -110,10 +143,11 @@ int logit_score(float x) {
     return static_cast<int>(std::log(1.0 / p - 1.0) * -166.6666717529297);
 }
 
-double model_loss(const NetModel &m, const std::vector<TrainSample> &samples) {
+double model_loss(const NetModel &m, const std::vector<TrainSample> &samples,
+                  float scale) {
     double sum = 0.0;
     for (const TrainSample &s : samples) {
-        double d = engine_probability(model_logit(m, s)) - s.target;
+        double d = scaled_probability(model_logit(m, s), scale) - s.target;
         sum += d * d;
     }
     return samples.empty() ? 0.0 : sum / static_cast<double>(samples.size());
@@ -126,7 +160,7 @@ struct Gradients {
 };
 
 static void accumulate(const NetModel &m, const TrainSample *samples, int count,
-                       Gradients &g) {
+                       float scale, Gradients &g) {
     const int n = m.hidden;
     std::vector<float> h(n), a(n), dh(n);
     std::fill(g.w1.begin(), g.w1.end(), 0.0f);
@@ -141,9 +175,9 @@ static void accumulate(const NetModel &m, const TrainSample *samples, int count,
             a[j] = activation(h[j]);
             x += row[j] * a[j];
         }
-        float p = engine_probability(x), d = p - s.target;
+        float q = scaled_probability(x, scale), d = q - s.target;
         g.loss += static_cast<double>(d) * d;
-        float dx = 2.0f * d * engine_slope(x, p);
+        float dx = 2.0f * d * scaled_slope(x, q, scale);
         float *grow = &g.out[static_cast<size_t>(s.bucket) * n];
         for (int j = 0; j < n; j++) {
             grow[j] += dx * a[j];
@@ -177,7 +211,7 @@ static void adam_update(std::vector<float> &w, const std::vector<float> &grad,
 }
 
 double train_step(NetModel &m, AdamState &adam, const TrainSample *samples,
-                  int count, float lr, int threads) {
+                  int count, float lr, float scale, int threads) {
     threads = std::clamp(threads, 1, 64);
     static std::vector<Gradients> grads;
     if (static_cast<int>(grads.size()) < threads) grads.resize(threads);
@@ -199,10 +233,10 @@ double train_step(NetModel &m, AdamState &adam, const TrainSample *samples,
     for (int t = 1; t < threads; t++) {
         int first = std::min(count, t * share);
         int n = std::min(share, count - first);
-        pool.emplace_back(accumulate, std::cref(m), samples + first, n,
+        pool.emplace_back(accumulate, std::cref(m), samples + first, n, scale,
                           std::ref(grads[t]));
     }
-    accumulate(m, samples, std::min(share, count), grads[0]);
+    accumulate(m, samples, std::min(share, count), scale, grads[0]);
     for (std::thread &th : pool) th.join();
     double loss = grads[0].loss;
     for (int t = 1; t < threads; t++) {
@@ -213,8 +247,8 @@ double train_step(NetModel &m, AdamState &adam, const TrainSample *samples,
             grads[0].out[i] += grads[t].out[i];
     }
     adam.steps++;
-    float scale = 1.0f / static_cast<float>(std::max(count, 1));
-    adam_update(m.w1, grads[0].w1, adam.m1, adam.v1, lr, scale, adam.steps);
-    adam_update(m.out, grads[0].out, adam.mo, adam.vo, lr, scale, adam.steps);
+    float mean = 1.0f / static_cast<float>(std::max(count, 1));
+    adam_update(m.w1, grads[0].w1, adam.m1, adam.v1, lr, mean, adam.steps);
+    adam_update(m.out, grads[0].out, adam.mo, adam.vo, lr, mean, adam.steps);
     return loss;
 }

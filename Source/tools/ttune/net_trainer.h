@@ -26,7 +26,7 @@ struct TrainSample {
     u16 features[SAMPLE_FEATURES];
     u8 count;
     u8 bucket;
-    f32 target;  // winning probability for the side to move
+    f32 target;  // probability for the side to move, on the loss's scale
 };
 
 struct TrainerConfig {
@@ -38,6 +38,8 @@ struct TrainerConfig {
     int threads;
     u64 seed;
     int validate_every;  // every n-th record is held out
+    bool hand_target;    // learn the hand-written evaluation, not the search
+    float scale;         // centipawns per unit of the loss's logistic curve
 };
 
 TrainerConfig default_trainer();
@@ -54,7 +56,17 @@ void init_model(NetModel &m, int hidden, u64 seed);
 
 // A record as a sample; false for a record the net can't take (no kings,
 // a FEN the engine refuses, too many features).
-bool make_sample(const TrainRecord &r, float lambda, TrainSample &s);
+bool make_sample(const TrainRecord &r, float lambda, float scale,
+                 TrainSample &s);
+// The probability a score stands for on a logistic curve of `scale`
+// centipawns: the loss compares model and target on it.  A wider curve
+// than the engine's own 166.67 keeps large scores from fading out of the
+// loss.
+float score_probability(float score, float scale);
+
+// The hand-written evaluation of a record's position, from the side to
+// move's view, clamped as search scores are.
+i16 hand_score(const TrainRecord &r);
 
 // The model's logit for a sample.
 float model_logit(const NetModel &m, const TrainSample &s);
@@ -62,7 +74,8 @@ float model_logit(const NetModel &m, const TrainSample &s);
 int logit_score(float x);
 
 // Mean squared error of the probabilities over `samples`.
-double model_loss(const NetModel &m, const std::vector<TrainSample> &samples);
+double model_loss(const NetModel &m, const std::vector<TrainSample> &samples,
+                  float scale);
 
 // Adam's moments, one per weight.
 struct AdamState {
@@ -73,7 +86,7 @@ struct AdamState {
 // One step on samples[first .. first + count), spread over `threads`.
 // Returns the batch's summed squared error.
 double train_step(NetModel &m, AdamState &adam, const TrainSample *samples,
-                  int count, float lr, int threads);
+                  int count, float lr, float scale, int threads);
 
 // The stored value whose load (truncation of stored * 0.18) gives the
 // working weight `working`, which must lie within the working limit.

@@ -56,7 +56,9 @@ static void read_samples(const char *name, const TrainerConfig &c,
         while ((got = std::fread(buffer, sizeof(TrainRecord), 4096, in)) > 0)
             for (size_t i = 0; i < got; i++, index++) {
                 TrainSample s;
-                if (!make_sample(buffer[i], c.lambda, s)) continue;
+                if (c.hand_target && record_has_kings(buffer[i]))
+                    buffer[i].sc = hand_score(buffer[i]);
+                if (!make_sample(buffer[i], c.lambda, c.scale, s)) continue;
                 if (index % c.validate_every == 0) {
                     sets.valid.push_back(s);
                     sets.valid_records.push_back(buffer[i]);
@@ -75,9 +77,12 @@ static void read_trainer_switches(int argc, char **argv, TrainerConfig &c) {
         if (!std::strcmp(a, "-hidden")) c.hidden = std::atoi(v);
         if (!std::strcmp(a, "-lambda")) c.lambda = std::strtof(v, nullptr);
         if (!std::strcmp(a, "-seed")) c.seed = std::strtoull(v, nullptr, 10);
+        if (!std::strcmp(a, "-scale")) c.scale = std::strtof(v, nullptr);
+        if (!std::strcmp(a, "-target")) c.hand_target = !std::strcmp(v, "hce");
     }
     c.hidden = std::clamp(c.hidden / 8 * 8, 8, 4096);
     c.lambda = std::clamp(c.lambda, 0.0f, 1.0f);
+    c.scale = std::clamp(c.scale, 50.0f, 2000.0f);
 }
 
 static void say(const char *format, double a, double b = 0, double c = 0,
@@ -158,12 +163,14 @@ void tune_network(int argc, char **argv) {
             int n =
                 static_cast<int>(std::min<u64>(c.batch, sets.train.size() - i));
             float lr = step_size(c.lr, static_cast<double>(done) / c.visits);
-            loss += train_step(m, adam, &sets.train[i], n, lr, c.threads);
+            loss +=
+                train_step(m, adam, &sets.train[i], n, lr, c.scale, c.threads);
             i += n, done += n, seen += n;
         }
         say("epoch %.0f: train %.6f, valid %.6f, %.1f M positions, %.0f s",
-            epoch, loss / std::max<u64>(seen, 1), model_loss(m, sets.valid),
-            done / 1e6, seconds_since(started));
+            epoch, loss / std::max<u64>(seen, 1),
+            model_loss(m, sets.valid, c.scale), done / 1e6,
+            seconds_since(started));
     }
     if (!write_net(m, out)) return print_line("can't write the net");
     char line[300];
