@@ -1,8 +1,10 @@
-// eval_bench [POSITIONS]: speed of the hand-written evaluation over
+// eval_bench [POSITIONS [NETFILE]]: speed of the hand-written evaluation over
 // positions from random games (fixed seed), one thread.  Each evaluation
 // runs at ply 1, so the pawn cache is written but never read and every
 // call does the whole work.  Prints the median of 5 timed rounds as
-// "hand_evaluate: N positions, X evals/s".
+// "hand_evaluate: N positions, X evals/s".  With a net file, also the
+// network's speed on the same positions in game order, patched from the
+// previous position with the same side to move, and started over each time.
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -11,6 +13,7 @@
 #include <vector>
 
 #include "eval/eval.h"
+#include "eval/network.h"
 #include "frontend/frontend.h"
 #include "frontend/notation.h"
 #include "search/search.h"
@@ -51,6 +54,39 @@ static double timed_round(Worker *w, const std::vector<Position> &positions,
     return positions.size() / took.count();
 }
 
+// The net on every position in game order: `ply` 3 and up lets each
+// evaluation patch the accumulator of two plies before; 0 starts over.
+static double network_round(Worker *w, const std::vector<Position> &positions,
+                            int ply, int64_t &checksum) {
+    auto start = std::chrono::steady_clock::now();
+    for (const Position &pos : positions) {
+        w->position = pos;
+        w->position.worker = w;
+        w->eval.eval_ply = static_cast<u8>(ply);
+        checksum += network_evaluate(w);
+    }
+    std::chrono::duration<double> took =
+        std::chrono::steady_clock::now() - start;
+    return positions.size() / took.count();
+}
+
+static void network_speed(Worker *w, const std::vector<Position> &positions,
+                          const char *file, int64_t &checksum) {
+    std::snprintf(settings.nn_file, sizeof settings.nn_file, "%s", file);
+    load_network();
+    if (!network_ready()) return;
+    for (int ply : {3, 0}) {
+        network_round(w, positions, ply, checksum);
+        std::vector<double> rates;
+        for (int round = 0; round < 5; round++)
+            rates.push_back(network_round(w, positions, ply, checksum));
+        std::sort(rates.begin(), rates.end());
+        std::printf("network_evaluate (%d nodes, %s, %s): %.0f evals/s\n",
+                    network.layer1_size, NETWORK_VECTOR_PATH,
+                    ply ? "patched" : "from scratch", rates[2]);
+    }
+}
+
 int main(int argc, char **argv) {
     int count = argc > 1 ? std::atoi(argv[1]) : 4000;
     if (count <= 0) count = 4000;
@@ -73,6 +109,7 @@ int main(int argc, char **argv) {
     std::sort(rates.begin(), rates.end());
     std::printf("hand_evaluate: %d positions, %.0f evals/s\n",
                 static_cast<int>(positions.size()), rates[2]);
+    if (argc > 2) network_speed(w, positions, argv[2], checksum);
     std::fprintf(stderr, "checksum %lld\n", static_cast<long long>(checksum));
     free_worker(w);
     return 0;

@@ -1,5 +1,6 @@
-// search_bench [DEPTH [THREADS [ROUNDS]]]: fixed-depth search of the 20
-// benchmark positions with the hand-written evaluation, a cleared 64 MB
+// search_bench [DEPTH [THREADS [ROUNDS [NETFILE]]]]: fixed-depth search of
+// the 20 benchmark positions with the hand-written evaluation (or with the
+// net of NETFILE), a cleared 64 MB
 // hash before each position.  Prints per round the total nodes and
 // seconds, and at the end the median round: "search: depth D, threads T,
 // nodes N, time S s, nps X".  With one thread the node total is the
@@ -10,6 +11,7 @@
 #include <vector>
 
 #include "eval/eval.h"
+#include "eval/network.h"
 #include "frontend/frontend.h"
 #include "frontend/notation.h"
 #include "frontend/time_control.h"
@@ -41,6 +43,12 @@ int main(int argc, char **argv) {
     int threads = argc > 2 ? std::atoi(argv[2]) : 1;
     int rounds = argc > 3 ? std::atoi(argv[3]) : 3;
     init_engine();
+    if (argc > 4) {
+        std::snprintf(settings.nn_file, sizeof settings.nn_file, "%s", argv[4]);
+        load_network();
+        if (!network_ready()) return 1;
+        settings.use_nn = 1;
+    }
     if (!hash_allocate()) return 1;
     settings.max_depth = static_cast<i8>(depth);
     settings.threads = static_cast<i16>(threads);
@@ -62,8 +70,9 @@ int main(int argc, char **argv) {
     std::sort(times.begin(), times.end());
     double t = times[times.size() / 2];
     std::printf(
-        "search: depth %d, threads %d, nodes %.0f, time %.3f s, "
+        "search: depth %d, threads %d, %s, nodes %.0f, time %.3f s, "
         "nps %.0f\n",
-        depth, threads, nodes, t, nodes / t);
+        depth, threads, settings.use_nn ? "network" : "hand-written", nodes, t,
+        nodes / t);
     return 0;
 }

@@ -49,13 +49,24 @@ bench_position start "$start" 6
 bench_position kiwipete "$kiwipete" 5
 
 echo
+# A net for the network's figures: QUILLON_BENCH_NET, or the built-in
+# net's file when the repository has one.
+net=${QUILLON_BENCH_NET:-}
+[ -z "$net" ] && [ -f nets/quillon.nnue ] && net=nets/quillon.nnue
+
 echo "evaluation, single thread, median of 5 rounds"
-"$build/bench/eval_bench"
+"$build/bench/eval_bench" 4000 $net
+[ -z "$net" ] && echo "  (no net file: set QUILLON_BENCH_NET=file.nnue for the network's speed)"
 
 echo
 echo "search, the 20 benchmark positions at depth 15, hand-written evaluation, median of 3"
 "$build/bench/search_bench" 15 1 3 | tail -1
 "$build/bench/search_bench" 15 2 3 | tail -1
+[ -n "$net" ] && "$build/bench/search_bench" 15 1 3 "$net" | tail -1
+
+echo
+echo "tablebases, single thread: random positions of every table in the shared folder"
+"$build/bench/tb_bench" "${QUILLON_SHARED_DIR:-../shared}/syzygy" 20000
 
 echo
 echo "opening book, single thread, median of 5 rounds: lookups on the sample book, -mkbook on the sample games ten times over"

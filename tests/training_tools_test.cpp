@@ -224,6 +224,27 @@ TEST_F(TrainingToolsE2E, EpdToBinPacksTheGoodLinesAndDropsTheRest) {
     EXPECT_EQ(r.result_logit, 1919);
 }
 
+// The tables' verdict stands above the game's: a won game in a drawn
+// ending is stored as a draw, a lost one in a won ending as a win.
+TEST_F(TrainingToolsE2E, EpdToBinTakesTheTablesVerdictOverTheGames) {
+    write_file("tb.epd",
+               "8/8/4k3/8/8/3BK3/8/8 w - - ce 300; gr 1.0;\n"
+               "8/8/4k3/8/8/3QK3/8/8 w - - ce 900; gr 0.0;\n" +
+                   with(ROOK_UP, "ce 30; gr 0.0;\n"));
+    ASSERT_EQ(
+        run_tool({"-epd2bin", "tb.epd", "-tbpath", shared_path("syzygy")}), 0);
+    EXPECT_TRUE(printed("stored 3 positions in tb.bin."))
+        << engine.transcript();
+    std::string bin = read_file("tb.bin");
+    ASSERT_EQ(bin.size(), 3u * 40);
+    TrainRecord r[3];
+    std::memcpy(r, bin.data(), sizeof r);
+    EXPECT_EQ(r[0].result_logit, 0);
+    EXPECT_EQ(r[1].result_logit, 1919);
+    // Castling rights keep the tables out: the game's result stands.
+    EXPECT_EQ(r[2].result_logit, -1919);
+}
+
 TEST_F(TrainingToolsE2E, EpdToBinWithoutEpdInTheNameDoesNothing) {
     write_file("set.txt", with(START, "ce 20;\n"));
     ASSERT_EQ(run_tool({"-epd2bin", "set.txt"}), 0);

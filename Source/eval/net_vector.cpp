@@ -2,7 +2,15 @@
 // adds and subtracts, the leaky rectifier, and the multiply-and-add dot
 // product.  Lanes beyond the last multiple of eight are done one by one
 // with the same saturation, so any layer width gives the same sums.
+//
+// A build for a processor with AVX2 or AVX-512BW does the same work on 16
+// or 32 lanes at a time.  Each lane is saturated on its own and in the same
+// order of rows, and 32-bit sums wrap the same whatever their grouping, so
+// every path gives the 128-bit path's results bit for bit.
 #include <emmintrin.h>
+#if defined(__AVX2__) || defined(__AVX512BW__)
+#include <immintrin.h>
+#endif
 
 #include <algorithm>
 
@@ -72,9 +80,119 @@ i32 dot_product_128(const i16 *a, const i16 *b, int n) {
     return static_cast<i32>(total);
 }
 
+#if defined(__AVX512BW__)
+
+const char *const NETWORK_VECTOR_PATH = "AVX-512BW";
+
+static __m512i load32(const i16 *p) { return _mm512_loadu_si512(p); }
+
+void add_row(i16 *acc, const i16 *row, int n) {
+    int i = 0;
+    for (; i + 32 <= n; i += 32)
+        _mm512_storeu_si512(
+            acc + i, _mm512_adds_epi16(load32(acc + i), load32(row + i)));
+    add_row_128(acc + i, row + i, n - i);
+}
+
+void sub_row(i16 *acc, const i16 *row, int n) {
+    int i = 0;
+    for (; i + 32 <= n; i += 32)
+        _mm512_storeu_si512(
+            acc + i, _mm512_subs_epi16(load32(acc + i), load32(row + i)));
+    sub_row_128(acc + i, row + i, n - i);
+}
+
+void leaky_rectify(i16 *acc, int n) {
+    const __m512i bias = _mm512_set1_epi16(31);
+    const __m512i zero = _mm512_setzero_si512();
+    int i = 0;
+    for (; i + 32 <= n; i += 32) {
+        __m512i x = load32(acc + i);
+        __mmask32 negative = _mm512_cmplt_epi16_mask(x, zero);
+        x = _mm512_mask_add_epi16(x, negative, x, bias);
+        x = _mm512_mask_srai_epi16(x, negative, x, 5);
+        _mm512_storeu_si512(acc + i, x);
+    }
+    leaky_rectify_128(acc + i, n - i);
+}
+
+i32 dot_product(const i16 *a, const i16 *b, int n) {
+    __m512i sum = _mm512_setzero_si512();
+    int i = 0;
+    for (; i + 32 <= n; i += 32)
+        sum = _mm512_add_epi32(sum,
+                               _mm512_madd_epi16(load32(a + i), load32(b + i)));
+    alignas(64) u32 lanes[16];
+    _mm512_store_si512(lanes, sum);
+    u32 total = 0;
+    for (u32 v : lanes) total += v;
+    return static_cast<i32>(
+        total + static_cast<u32>(dot_product_128(a + i, b + i, n - i)));
+}
+
+#elif defined(__AVX2__)
+
+const char *const NETWORK_VECTOR_PATH = "AVX2";
+
+static __m256i load16(const i16 *p) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p));
+}
+
+static void store16(i16 *p, __m256i v) {
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), v);
+}
+
+void add_row(i16 *acc, const i16 *row, int n) {
+    int i = 0;
+    for (; i + 16 <= n; i += 16)
+        store16(acc + i, _mm256_adds_epi16(load16(acc + i), load16(row + i)));
+    add_row_128(acc + i, row + i, n - i);
+}
+
+void sub_row(i16 *acc, const i16 *row, int n) {
+    int i = 0;
+    for (; i + 16 <= n; i += 16)
+        store16(acc + i, _mm256_subs_epi16(load16(acc + i), load16(row + i)));
+    sub_row_128(acc + i, row + i, n - i);
+}
+
+void leaky_rectify(i16 *acc, int n) {
+    const __m256i bias = _mm256_set1_epi16(31);
+    const __m256i zero = _mm256_setzero_si256();
+    int i = 0;
+    for (; i + 16 <= n; i += 16) {
+        __m256i x = load16(acc + i);
+        __m256i negative = _mm256_cmpgt_epi16(zero, x);
+        x = _mm256_add_epi16(x, _mm256_and_si256(negative, bias));
+        __m256i shifted = _mm256_srai_epi16(x, 5);
+        store16(acc + i, _mm256_blendv_epi8(x, shifted, negative));
+    }
+    leaky_rectify_128(acc + i, n - i);
+}
+
+i32 dot_product(const i16 *a, const i16 *b, int n) {
+    __m256i sum = _mm256_setzero_si256();
+    int i = 0;
+    for (; i + 16 <= n; i += 16)
+        sum = _mm256_add_epi32(sum,
+                               _mm256_madd_epi16(load16(a + i), load16(b + i)));
+    alignas(32) u32 lanes[8];
+    _mm256_store_si256(reinterpret_cast<__m256i *>(lanes), sum);
+    u32 total = 0;
+    for (u32 v : lanes) total += v;
+    return static_cast<i32>(
+        total + static_cast<u32>(dot_product_128(a + i, b + i, n - i)));
+}
+
+#else
+
+const char *const NETWORK_VECTOR_PATH = "SSE2";
+
 void add_row(i16 *acc, const i16 *row, int n) { add_row_128(acc, row, n); }
 void sub_row(i16 *acc, const i16 *row, int n) { sub_row_128(acc, row, n); }
 void leaky_rectify(i16 *acc, int n) { leaky_rectify_128(acc, n); }
 i32 dot_product(const i16 *a, const i16 *b, int n) {
     return dot_product_128(a, b, n);
 }
+
+#endif

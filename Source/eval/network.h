@@ -117,6 +117,8 @@ void add_row(i16 *acc, const i16 *row, int n);
 void sub_row(i16 *acc, const i16 *row, int n);
 void leaky_rectify(i16 *acc, int n);
 i32 dot_product(const i16 *a, const i16 *b, int n);
+// The widest path this build has: "AVX-512BW", "AVX2" or "SSE2".
+extern const char *const NETWORK_VECTOR_PATH;
 // The same on 128-bit vectors only, for the tests.
 void add_row_128(i16 *acc, const i16 *row, int n);
 void sub_row_128(i16 *acc, const i16 *row, int n);

@@ -73,8 +73,8 @@ static bool bin_name(const char *input, char *out, size_t size) {
 }
 
 void epd_to_bin() {
-    // 1. The tables' verdicts need the tablebase reader: once it is in,
-    // it is started here from syzygy_path.
+    // 1. The tables' verdicts stand above the games' results.
+    tb_init();
     if (!bin_name(settings.input_file, settings.output_file,
                   sizeof settings.output_file))
         return;

@@ -9,6 +9,7 @@
 #include "../frontend/output.h"
 #include "../frontend/protocol.h"
 #include "../frontend/time_control.h"
+#include "../pyrrhic/tbprobe.h"
 #include "../search/hash.h"
 #include "../search/search.h"
 #include "training.h"
@@ -144,10 +145,11 @@ void tune_make(int selector) {
     print_line(text);
     settings.noise = 99999.0f;
     if (settings.max_depth < 3) status.use_hash = 0;
-    // 4. The tables are started here once the tablebase reader is in;
-    // until then the root finds none.
-    if (selector == 2)
+    // 4. The root then scores table positions by their tables.
+    if (selector == 2) {
         std::snprintf(settings.syzygy_path, 144, "%s", TUNE_SYZYGY_PATH);
+        tb_init();
+    }
     // 5.
     settings.calib_nps = 10000000.0f;
     settings.calib_elo = 4000.0f;
