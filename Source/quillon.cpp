@@ -135,9 +135,10 @@ static void dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
         case MODE_MAKE_TRAIN_DATA:
             run_tuner_mode(mode, argc, argv);
             break;
+        case MODE_PRUNE_NN:
+            prune_network();
+            break;
         default:
-            // -prune_nn (it needs the network) is not in this build yet:
-            // its mode ends in the shutdown like every unknown mode.
             break;
     }
 }

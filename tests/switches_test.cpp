@@ -350,6 +350,13 @@ TEST_F(SwitchesTest, RunModesAndTheLastOneWins) {
     EXPECT_EQ(read_ok({"-epd2bin", "c"}).mode, MODE_EPD_TO_BIN);
     EXPECT_STREQ(settings.input_file, "c");
     EXPECT_EQ(read_ok({"-prune_nn"}).mode, MODE_PRUNE_NN);
+    EXPECT_STREQ(settings.input_file, "tune/recent.bin");
+    EXPECT_EQ(read_ok({"-prune_nn", "r.bin"}).mode, MODE_PRUNE_NN);
+    EXPECT_STREQ(settings.input_file, "r.bin");
+    // A switch after it is a switch, not the records' file.
+    EXPECT_EQ(read_ok({"-prune_nn", "-d", "3"}).mode, MODE_PRUNE_NN);
+    EXPECT_STREQ(settings.input_file, "tune/recent.bin");
+    EXPECT_EQ(settings.max_depth, 3);
 }
 
 TEST_F(SwitchesTest, AnalyseEpdSilencesTheSearch) {

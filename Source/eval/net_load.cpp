@@ -1,5 +1,6 @@
 // Reading a net: from the block built into the executable, from a file,
 // or a fresh block for a trainer to fill.
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -79,6 +80,18 @@ static bool allocate_network() {
 
 static i16 working_weight(i16 stored) {
     return static_cast<i16>(std::trunc(stored * NET_LOAD_FACTOR));
+}
+
+i16 stored_weight_for(int working) {
+    working = std::clamp(working, -NET_WORKING_MAX, NET_WORKING_MAX);
+    int guess = static_cast<int>(std::lround(working / NET_LOAD_FACTOR));
+    // Truncation toward zero: search outward from the rounded guess.
+    for (int d = 0; d < 8; d++)
+        for (int s : {guess - d, guess + d})
+            if (s >= -32768 && s <= 32767 &&
+                working_weight(static_cast<i16>(s)) == working)
+                return static_cast<i16>(s);
+    return 0;  // unreachable: every working value in range has one
 }
 
 static u16 word_at(const unsigned char *p) {

@@ -77,6 +77,12 @@ struct NetworkState {
 extern const unsigned char *const embedded_network_data;
 extern const u64 embedded_network_size;
 
+// The largest working weight a stored 16-bit value can give.
+constexpr int NET_WORKING_MAX = 5898;
+// The stored value that loads as `working` (clipped to +-NET_WORKING_MAX),
+// for writing nets.
+i16 stored_weight_for(int working);
+
 // Loads the net that settings.nn_file names: "new", "embedded" or a file.
 void load_network();
 // The "embedded" case on any block laid out as a net file: what the

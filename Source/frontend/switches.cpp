@@ -13,6 +13,8 @@
 
 #include "strength.h"
 
+// The training records -prune_nn reads when the line names none.
+constexpr const char *PRUNE_RECORDS = "tune/recent.bin";
 // The tuner's tablebase folders, named as on the machine it was made for.
 static constexpr const char *TUNE_SYZYGY_PATH =
     "C:\\Chess\\Syzygy;C:\\Chess\\Syzygy\\6-Piece";
@@ -201,7 +203,14 @@ static void read_training_switches(SwitchRound &r) {
         r.out.mode = MODE_EPD_TO_BIN;
         copy_text(settings.input_file, 140, take_value(r));
     }
-    if (is(r, "-prune_nn")) r.out.mode = MODE_PRUNE_NN;
+    // The records' file is a fixed path of the original set-up; here it
+    // may follow the switch, and is "tune/recent.bin" otherwise.
+    if (is(r, "-prune_nn")) {
+        r.out.mode = MODE_PRUNE_NN;
+        const char *next = arg_at(r, r.index + 1);
+        copy_text(settings.input_file, 140,
+                  next[0] && next[0] != '-' ? take_value(r) : PRUNE_RECORDS);
+    }
 }
 
 // Returns false when the line is to end the process with result 1.

@@ -24,3 +24,7 @@ bool epd_line_record(const char *line, TrainRecord &out);
 // -epd2bin: the input file's lines as records, written at once to the
 // file of the same name with ".bin" for ".epd".
 void epd_to_bin();
+// -prune_nn [FILE]: the loaded net's 1536 busiest first-layer neurons over
+// the records of settings.input_file ("tune/recent.bin" unless given),
+// written to "pruned.bin" when the net has more.
+void prune_network();

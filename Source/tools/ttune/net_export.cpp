@@ -7,20 +7,9 @@
 #include "../../eval/network.h"
 #include "net_trainer.h"
 
-// What the loader makes of a stored value.
-static int loaded(int stored) {
-    return static_cast<int>(std::trunc(stored * NET_LOAD_FACTOR));
-}
-
 i16 stored_weight(int working) {
-    working = std::clamp(working, -NET_WORKING_LIMIT, NET_WORKING_LIMIT);
-    int guess = static_cast<int>(std::lround(working / NET_LOAD_FACTOR));
-    // Truncation toward zero: search outward from the rounded guess.
-    for (int d = 0; d < 8; d++)
-        for (int s : {guess - d, guess + d})
-            if (std::abs(s) <= NET_STORED_LIMIT && loaded(s) == working)
-                return static_cast<i16>(s);
-    return 0;  // unreachable: every working value within the limit has one
+    return stored_weight_for(
+        std::clamp(working, -NET_WORKING_LIMIT, NET_WORKING_LIMIT));
 }
 
 int working_weight_of(float w) {
