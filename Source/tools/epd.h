@@ -29,6 +29,10 @@ int epd_parse(const char *line, EpdFields &fields);
 // MultiPV above 0, the positions after each good enough line to
 // "tmp_0.epd".  Closes with the summary of the tests.
 void epd_analyze(const char *path, int write_children);
+// Starts a silent search of the front position on the search thread, as
+// the EPD tools run it (state 4, depth and stop cleared); the caller waits
+// for the finished bit.
+void launch_tool_search();
 
 // -mkbook2: ten passes of the analysis, each reading the positions the
 // last one wrote, with 6, 5, 4, 4 and then 3 lines per position.

@@ -85,12 +85,7 @@ static void score_answer(const EpdFields &f, Move best, EpdTotals &t) {
     t.points_max += max_in_line;
 }
 
-// 5.  One search of the game position, waited for here.
-static void search_position() {
-    for (int i = 0; i < 256; i++) {
-        status.multipv_move[i] = NO_MOVE;
-        status.multipv_score[i] = 0;
-    }
+void launch_tool_search() {
     prepare_search();
     status.pv[1] = status.pv[2] = NO_MOVE;
     status.book_move = NO_MOVE;
@@ -98,6 +93,15 @@ static void search_position() {
     store_state(STATE_BENCH);
     store_stop(0);
     launch_search();
+}
+
+// 5.  One search of the game position, waited for here.
+static void search_position() {
+    for (int i = 0; i < 256; i++) {
+        status.multipv_move[i] = NO_MOVE;
+        status.multipv_score[i] = 0;
+    }
+    launch_tool_search();
     // Small searches end within a millisecond: only yield for them.
     int pause = settings.max_depth > 2 ? 1 : 0;
     while (!(load_state() & STATE_FINISHED)) {

@@ -12,6 +12,7 @@
 #include "../pyrrhic/tbprobe.h"
 #include "../search/hash.h"
 #include "../search/search.h"
+#include "epd.h"
 #include "training.h"
 
 // The tuner's tablebase folders, named as on the machine it was made for.
@@ -26,13 +27,7 @@ bool contradicts_result(double g, double p) {
 // 10.  One search of the game position, waited for here; the clock and
 // the input are looked at once every 256 positions.
 static void search_one(int count) {
-    prepare_search();
-    status.pv[1] = status.pv[2] = NO_MOVE;
-    status.book_move = NO_MOVE;
-    store_depth(0);
-    store_state(STATE_BENCH);
-    store_stop(0);
-    launch_search();
+    launch_tool_search();
     int pause = settings.max_depth >= 2 ? 1 : 0;
     while (!(load_state() & STATE_FINISHED)) sleep_milliseconds(pause);
     store_state(0);
