@@ -53,7 +53,9 @@ TEST(NetTrainer, SamplesCarryTheEnginesFeaturesAndTarget) {
     r.sc = 100;
     r.result_logit = RESULT_LOGIT_WIN;
     TrainSample s;
-    ASSERT_TRUE(make_sample(r, 0.75f, 166.66667f, s));
+    TrainerConfig c = default_trainer();
+    c.scale = 166.66667f;  // the engine's own curve: win_probability
+    ASSERT_TRUE(make_sample(r, c, s));
     u16 features[NET_MAX_FEATURES], wing = 0;
     int n = network_features(test_position(START_FEN), NET_PIECE_INPUTS,
                              NET_INPUTS - NET_PIECE_INPUTS, features, wing);
@@ -67,7 +69,25 @@ TEST(NetTrainer, SamplesCarryTheEnginesFeaturesAndTarget) {
     // A record without kings is no sample.
     TrainRecord empty{};
     empty.ep = 64;
-    EXPECT_FALSE(make_sample(empty, 0.75f, 166.66667f, s));
+    EXPECT_FALSE(make_sample(empty, c, s));
+}
+
+// With the hand-written target the record's own score is not read: a queen
+// up with a search score of 0 still gives a target near a win.
+TEST(NetTrainer, HandTargetReplacesTheSearchScore) {
+    TrainRecord r = pack_position(
+        test_position("rnb1kbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -"));
+    r.sc = 0;
+    r.result_logit = 0;
+    TrainerConfig c = default_trainer();
+    c.lambda = 1.0f;
+    TrainSample s;
+    ASSERT_TRUE(make_sample(r, c, s));
+    EXPECT_FLOAT_EQ(s.target, 0.5f);
+    c.hand_target = true;
+    ASSERT_TRUE(make_sample(r, c, s));
+    EXPECT_FLOAT_EQ(s.target, score_probability(hand_score(), c.scale));
+    EXPECT_GT(s.target, 0.85f);
 }
 
 // The hand-written target is the side to move's score, whichever evaluator
@@ -75,8 +95,10 @@ TEST(NetTrainer, SamplesCarryTheEnginesFeaturesAndTarget) {
 TEST(NetTrainer, HandScoreIsTheSideToMovesView) {
     const char *white = "rnb1kbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR w KQkq -";
     const char *black = "rnb1kbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR b KQkq -";
-    i16 w = hand_score(pack_position(test_position(white)));
-    i16 b = hand_score(pack_position(test_position(black)));
+    test_position(white);
+    i16 w = hand_score();
+    test_position(black);
+    i16 b = hand_score();
     EXPECT_GT(w, 800);
     EXPECT_LT(b, -800);
     EXPECT_LE(std::abs(w + b), 100);  // only the side to move differs
@@ -87,7 +109,9 @@ TEST(NetTrainer, TrainingLowersTheLossAndTheEngineAgreesWithTheModel) {
     std::vector<TrainRecord> records = material_records();
     for (const TrainRecord &r : records) {
         TrainSample s;
-        ASSERT_TRUE(make_sample(r, 1.0f, 400.0f, s));
+        TrainerConfig c = default_trainer();
+        c.lambda = 1.0f;
+        ASSERT_TRUE(make_sample(r, c, s));
         samples.push_back(s);
     }
     ASSERT_GT(samples.size(), 50u);
@@ -117,9 +141,7 @@ TEST(NetTrainer, TrainingLowersTheLossAndTheEngineAgreesWithTheModel) {
     EXPECT_EQ(network.inputs, NET_INPUTS);
     int worst = 0;
     for (size_t i = 0; i < records.size(); i++) {
-        char fen[FEN_BUFFER_SIZE];
-        record_fen(records[i], fen);
-        test_position(fen);
+        set_record_position(front_worker->position, records[i]);
         front_worker->eval.eval_ply = 0;
         int engine = network_evaluate(front_worker);
         int model = logit_score(model_logit(m, samples[i]));

@@ -2,6 +2,8 @@
 // loader, and the forward pass with its per-Worker accumulators.
 #pragma once
 
+#include <cstdio>
+
 #include "../position/position.h"
 
 struct Worker;
@@ -82,6 +84,18 @@ constexpr int NET_WORKING_MAX = 5898;
 // The stored value that loads as `working` (clipped to +-NET_WORKING_MAX),
 // for writing nets.
 i16 stored_weight_for(int working);
+
+// The header fields of a net to write.
+struct NetShape {
+    int net_serial, net_kind, inputs_piece, inputs_extra;
+    int layer1_size, layer2_size, outputs;
+};
+// Writing a net file: a little-endian word, the header (with the weight
+// count the loader computes), one working weight as its stored value.
+// Each is false on a write error.
+bool put_net_word(FILE *f, u16 v);
+bool put_net_header(FILE *f, const NetShape &s);
+bool put_net_weight(FILE *f, int working);
 
 // Loads the net that settings.nn_file names: "new", "embedded" or a file.
 void load_network();

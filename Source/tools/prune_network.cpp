@@ -34,9 +34,7 @@ static u64 read_records(const char *file, TrainRecord *records) {
 // 3. The record's position on the front Worker; false without both kings.
 static bool set_record(const TrainRecord &r) {
     if (!record_has_kings(r)) return false;
-    char fen[FEN_BUFFER_SIZE];
-    record_fen(r, fen);
-    set_fen(front_worker->position, fen);
+    set_record_position(front_worker->position, r);
     return true;
 }
 
@@ -75,31 +73,16 @@ static std::vector<int> choose_neurons(std::vector<float> totals) {
     return kept;
 }
 
-static void put_word(FILE *f, u16 v) {
-    std::fputc(v & 255, f);
-    std::fputc(v >> 8, f);
-}
-
 // 8. The chosen columns of the first and second blocks, the output block
 // and the bias words as they were, in the file layout.
 static void write_pruned(const std::vector<int> &kept) {
     FILE *f = std::fopen("pruned.bin", "wb");
     if (!f) return;
     const int n = network.layer1_size, rows2 = std::max(network.layer2_size, 8);
-    const int outputs = std::max(network.outputs, 8);
-    u32 count =
-        static_cast<u32>(network.inputs * PRUNED_SIZE + rows2 * PRUNED_SIZE +
-                         outputs * network.layer2_size + 8);
-    for (int v : {static_cast<int>(network.net_serial),
-                  static_cast<int>(network.net_kind), network.inputs_piece,
-                  network.inputs_extra, PRUNED_SIZE, network.layer2_size,
-                  network.outputs})
-        put_word(f, static_cast<u16>(v));
-    put_word(f, static_cast<u16>(count & 0xFFFF));
-    put_word(f, static_cast<u16>(count >> 16));
-    auto put = [&](i16 working) {
-        put_word(f, static_cast<u16>(stored_weight_for(working)));
-    };
+    put_net_header(f, {network.net_serial, network.net_kind,
+                       network.inputs_piece, network.inputs_extra, PRUNED_SIZE,
+                       network.layer2_size, network.outputs});
+    auto put = [&](i16 working) { put_net_weight(f, working); };
     for (int i = 0; i < network.inputs; i++)
         for (int j : kept) put(network.layer1_weights[int64_t{i} * n + j]);
     for (int r = 0; r < rows2; r++)

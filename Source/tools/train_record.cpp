@@ -82,3 +82,9 @@ void record_fen(const TrainRecord &r, char *out) {
     }
     *o = 0;
 }
+
+void set_record_position(Position &pos, const TrainRecord &r) {
+    char fen[FEN_BUFFER_SIZE];
+    record_fen(r, fen);
+    set_fen(pos, fen);
+}

@@ -39,5 +39,8 @@ TrainRecord pack_position(const Position &pos);
 // The FEN of a record's position, without counters.  Nibbles that name
 // no piece stand for empty squares; an en-passant square past 63 is none.
 void record_fen(const TrainRecord &record, char *out);
+// Sets `pos` to the record's position (through its FEN, as any position
+// is set up).
+void set_record_position(Position &pos, const TrainRecord &record);
 // Whether the record has a king of each colour.
 bool record_has_kings(const TrainRecord &record);

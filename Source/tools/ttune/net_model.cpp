@@ -42,13 +42,10 @@ void init_model(NetModel &m, int hidden, u64 seed) {
     for (float &w : m.out) w = uniform(state, a);
 }
 
-bool make_sample(const TrainRecord &r, float lambda, float scale,
-                 TrainSample &s) {
+bool make_sample(const TrainRecord &r, const TrainerConfig &c, TrainSample &s) {
     if (!record_has_kings(r)) return false;
-    char fen[FEN_BUFFER_SIZE];
-    record_fen(r, fen);
     Position &pos = front_worker->position;
-    set_fen(pos, fen);
+    set_record_position(pos, r);
     u16 features[NET_MAX_FEATURES];
     u16 wing = 0;
     int n = network_features(pos, NET_PIECE_INPUTS,
@@ -57,20 +54,17 @@ bool make_sample(const TrainRecord &r, float lambda, float scale,
     std::copy(features, features + n, s.features);
     s.count = static_cast<u8>(n);
     s.bucket = static_cast<u8>(output_bucket_of(pos));
-    s.target = lambda * score_probability(r.sc, scale) +
-               (1.0f - lambda) * score_probability(r.result_logit, scale);
+    int score = c.hand_target ? hand_score() : r.sc;
+    s.target = c.lambda * score_probability(score, c.scale) +
+               (1.0f - c.lambda) * score_probability(r.result_logit, c.scale);
     return true;
 }
 
-i16 hand_score(const TrainRecord &r) {
-    char fen[FEN_BUFFER_SIZE];
-    record_fen(r, fen);
-    Position &pos = front_worker->position;
-    set_fen(pos, fen);
+i16 hand_score() {
     u8 kept = settings.use_nn;
     settings.use_nn = 0;
     // Ply 0: no cache hit, and no contempt or damping on a fresh position.
-    i32 v = evaluate(front_worker, pos.side, 0, 0);
+    i32 v = evaluate(front_worker, front_worker->position.side, 0, 0);
     settings.use_nn = kept;
     return static_cast<i16>(
         std::clamp<i32>(v, -SEARCH_SCORE_CLAMP, SEARCH_SCORE_CLAMP));
@@ -100,22 +94,11 @@ float model_logit(const NetModel &m, const TrainSample &s) {
     return x;
 }
 
-// The engine's output stage: e^-x as (1 - x/256)^256, eight squarings in
-// float.  Its probability is 1 / (1 + e^-y) with y = -256 ln(1 - x/256),
-// and the score it returns is y times 166.67: the model learns y, so that
-// the engine's score is the one learned, also far from 0.  Beyond
-// |x| = 255 the base would turn negative; such logits are far past the
-// score bounds anyway.
-static float engine_exp(float x) {
-    float u = 1.0f - std::clamp(x, -255.0f, 255.0f) / 256.0f;
-    for (int i = 0; i < 8; i++) u *= u;
-    return u;
-}
-
-static float engine_probability(float x) {
-    return 1.0f / (1.0f + engine_exp(x));
-}
-
+// The engine's output stage computes e^-x as (1 - x/256)^256: its
+// probability is 1 / (1 + e^-y) with y = -256 ln(1 - x/256), and the score
+// it returns is y times 166.67.  The model learns y, so that the engine's
+// score is the one learned, also far from 0.  Beyond |x| = 255 the base
+// would turn negative; such logits are far past the score bounds anyway.
 static float engine_logit(float x) {
     return -256.0f * std::log(1.0f - std::clamp(x, -255.0f, 255.0f) / 256.0f);
 }
@@ -137,10 +120,12 @@ static float scaled_slope(float x, float q, float scale) {
 }
 
 int logit_score(float x) {
-    double p = engine_probability(x);
-    if (p < 1e-5) return -1919;
-    if (p > 0.99999) return 1919;
-    return static_cast<int>(std::log(1.0 / p - 1.0) * -166.6666717529297);
+    // The engine's dot product is the logit times 1800^2.
+    double dot = std::clamp(static_cast<double>(x) * NET_SCALE * NET_SCALE,
+                            -2147483647.0, 2147483647.0);
+    f32 probability;
+    return network_score(static_cast<i32>(std::lround(dot)), 1, 0, false,
+                         probability);
 }
 
 double model_loss(const NetModel &m, const std::vector<TrainSample> &samples,

@@ -54,19 +54,19 @@ struct NetModel {
 
 void init_model(NetModel &m, int hidden, u64 seed);
 
-// A record as a sample; false for a record the net can't take (no kings,
-// a FEN the engine refuses, too many features).
-bool make_sample(const TrainRecord &r, float lambda, float scale,
-                 TrainSample &s);
+// A record as a sample, its position left on the front Worker; false for
+// a record the net can't take (no kings, too many features).  With
+// `hand_target` the hand-written evaluation stands for the search score.
+bool make_sample(const TrainRecord &r, const TrainerConfig &c, TrainSample &s);
 // The probability a score stands for on a logistic curve of `scale`
 // centipawns: the loss compares model and target on it.  A wider curve
 // than the engine's own 166.67 keeps large scores from fading out of the
 // loss.
 float score_probability(float score, float scale);
 
-// The hand-written evaluation of a record's position, from the side to
-// move's view, clamped as search scores are.
-i16 hand_score(const TrainRecord &r);
+// The hand-written evaluation of the front Worker's position, from the
+// side to move's view, clamped as search scores are.
+i16 hand_score();
 
 // The model's logit for a sample.
 float model_logit(const NetModel &m, const TrainSample &s);

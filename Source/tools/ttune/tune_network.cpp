@@ -56,9 +56,7 @@ static void read_samples(const char *name, const TrainerConfig &c,
         while ((got = std::fread(buffer, sizeof(TrainRecord), 4096, in)) > 0)
             for (size_t i = 0; i < got; i++, index++) {
                 TrainSample s;
-                if (c.hand_target && record_has_kings(buffer[i]))
-                    buffer[i].sc = hand_score(buffer[i]);
-                if (!make_sample(buffer[i], c.lambda, c.scale, s)) continue;
+                if (!make_sample(buffer[i], c, s)) continue;
                 if (index % c.validate_every == 0) {
                     sets.valid.push_back(s);
                     sets.valid_records.push_back(buffer[i]);
@@ -119,9 +117,7 @@ static void check_with_engine(const NetModel &m, const char *file,
     double sum = 0;
     int worst = 0, n = 0;
     for (size_t i = 0; i < sets.valid.size() && i < 20000; i++, n++) {
-        char fen[FEN_BUFFER_SIZE];
-        record_fen(sets.valid_records[i], fen);
-        set_fen(front_worker->position, fen);
+        set_record_position(front_worker->position, sets.valid_records[i]);
         front_worker->eval.eval_ply = 0;  // start over: no patching
         int engine = network_evaluate(front_worker);
         int model = logit_score(model_logit(m, sets.valid[i]));
