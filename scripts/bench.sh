@@ -65,6 +65,24 @@ echo "search, the 20 benchmark positions at depth 15, hand-written evaluation, m
 [ -n "$net" ] && "$build/bench/search_bench" 15 1 3 "$net" | tail -1
 
 echo
+# -bench with the hand-written evaluation, beside Debian's ethereal-chess
+# running its own bench and, with QUILLON_BENCH_REF=path, an older quillon
+# (say a build of an earlier commit), all in this same run.
+bench_nps() { "$@" 2>/dev/null | awk -F'nps= ' '/^total time=/ {print $2}'; }
+ours=$(for i in 1 2 3; do bench_nps "$build/quillon" -bench -use_hce; done | median)
+echo "-bench -use_hce, single thread, median of 3: quillon $ours nps"
+if [ -n "${QUILLON_BENCH_REF:-}" ]; then
+    ref=$(for i in 1 2 3; do bench_nps "$QUILLON_BENCH_REF" -bench -use_hce; done | median)
+    awk -v o="$ours" -v r="$ref" 'BEGIN {
+        printf "  reference %d nps, ratio quillon/reference %.2f\n", r, o / r }'
+fi
+if command -v ethereal-chess >/dev/null 2>&1; then
+    eth=$(for i in 1 2 3; do ethereal-chess bench 2>/dev/null | awk '/^NPS/ {print $3}'; done | median)
+    awk -v o="$ours" -v e="$eth" 'BEGIN {
+        printf "  ethereal-chess bench %d nps, ratio quillon/ethereal %.2f\n", e, o / e }'
+fi
+
+echo
 echo "tablebases, single thread: random positions of every table in the shared folder"
 "$build/bench/tb_bench" "${QUILLON_SHARED_DIR:-../shared}/syzygy" 20000
 
