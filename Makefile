@@ -23,7 +23,7 @@ TSAN_TESTS ?= ParallelSearch.*:HashTest.Threads*:UciE2ESearch.*:UciE2EPonder.*:U
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CTEST_FLAGS ?= --output-on-failure -j $(JOBS) -LE slow
 
-.PHONY: all run test bench slow-test deps configure format clean pgo ttune $(EXE)
+.PHONY: all run test bench slow-test deps configure format clean pgo ttune net $(EXE)
 
 all: $(EXE)
 
@@ -42,6 +42,11 @@ ttune: deps
 	@cmake -S . -B $(TTUNE_BUILD) -DCMAKE_BUILD_TYPE=Release -DQUILLON_ARCH=$(ARCH) -DQUILLON_LTO=$(LTO) -DQUILLON_TESTS=OFF -DQUILLON_EVALFILE=$(abspath $(EVALFILE)) >/dev/null
 	@cmake --build $(TTUNE_BUILD) -j $(JOBS) --target quillon-ttune
 	@cp $(TTUNE_BUILD)/quillon-ttune $(TTUNE_EXE)
+
+# The training chain end to end: self-play, training, the new net's speed
+# and a short match (scripts/make_net.sh names the variables that steer it).
+net: ttune $(EXE)
+	@TTUNE_EXE=./$(TTUNE_EXE) EXE=./$(EXE) BUILD=$(BUILD) sh scripts/make_net.sh
 
 run: $(EXE)
 	./$(EXE)

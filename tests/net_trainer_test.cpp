@@ -9,6 +9,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -152,6 +153,117 @@ TEST(NetTrainer, TrainingLowersTheLossAndTheEngineAgreesWithTheModel) {
     release_network_state(front_worker);
     free_network();
     std::snprintf(settings.nn_file, sizeof settings.nn_file, "embedded");
+}
+
+}  // namespace
+
+namespace {
+
+// A training set for the tuner build's command line: the suite's positions
+// many times over, each copy with its own score, 20,000 records in all.
+std::string write_record_file(const std::string &dir) {
+    std::vector<TrainRecord> base = material_records();
+    std::vector<TrainRecord> all;
+    for (int i = 0; all.size() < 20000; i++) {
+        TrainRecord r = base[i % base.size()];
+        r.sc = static_cast<i16>(r.sc + (i % 41) - 20);
+        all.push_back(r);
+    }
+    std::string name = dir + "/records.bin";
+    FILE *f = std::fopen(name.c_str(), "wb");
+    if (!f) return name;
+    std::fwrite(all.data(), sizeof(TrainRecord), all.size(), f);
+    std::fclose(f);
+    return name;
+}
+
+std::string file_text(const std::string &name) {
+    FILE *f = std::fopen(name.c_str(), "rb");
+    if (!f) return "";
+    std::string s;
+    char buffer[65536];
+    for (size_t n; (n = std::fread(buffer, 1, sizeof buffer, f)) > 0;)
+        s.append(buffer, n);
+    std::fclose(f);
+    return s;
+}
+
+// Runs the trainer on `records` into `net` with `extra` switches, its
+// output into `log`; the exit status.
+int train(const std::string &records, const std::string &net,
+          const std::string &extra, const std::string &log) {
+    std::string line = std::string(QUILLON_TTUNE_EXE) + " -tune " + records +
+                       " 1 -o " + net +
+                       " -hidden 8 -mbatch 256 -threads 1 -seed 3 " + extra +
+                       " > " + log + " 2>&1";
+    return std::system(line.c_str());
+}
+
+class TrainerResume : public testing::Test {
+protected:
+    std::string dir, records;
+    void SetUp() override {
+        char pattern[] = "/tmp/quillon_resume_XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        dir = pattern;
+        records = write_record_file(dir);
+        ASSERT_EQ(file_text(records).size(), 20000 * sizeof(TrainRecord));
+        ASSERT_EQ(train(records, dir + "/whole.nnue", "", dir + "/whole.log"),
+                  0);
+        whole = file_text(dir + "/whole.nnue");
+        ASSERT_FALSE(whole.empty());
+    }
+    void TearDown() override {
+        std::string line = "rm -rf " + dir;
+        EXPECT_EQ(std::system(line.c_str()), 0);
+    }
+    std::string whole;  // the net of a run never interrupted
+};
+
+TEST_F(TrainerResume, ARunSplitIntoSittingsEndsWithTheSameNet) {
+    std::string net = dir + "/split.nnue", log = dir + "/split.log";
+    ASSERT_EQ(train(records, net, "-epochs 3", log), 0);
+    EXPECT_NE(file_text(log).find("stopped; the same command goes on"),
+              std::string::npos);
+    EXPECT_TRUE(file_text(net).empty()) << "no net before the last epoch";
+    EXPECT_FALSE(file_text(net + ".ckpt").empty());
+
+    ASSERT_EQ(train(records, net, "-epochs 2", log), 0);
+    EXPECT_NE(file_text(log).find("resumed after epoch 3,"), std::string::npos)
+        << file_text(log);
+    ASSERT_EQ(train(records, net, "", log), 0);
+    EXPECT_NE(file_text(log).find("resumed after epoch 5,"), std::string::npos)
+        << file_text(log);
+    EXPECT_TRUE(file_text(net) == whole) << "resumed net differs";
+    EXPECT_TRUE(file_text(net + ".ckpt").empty()) << "checkpoint left behind";
+    EXPECT_TRUE(file_text(dir + "/whole.nnue.ckpt").empty());
+}
+
+TEST_F(TrainerResume, ABrokenOrForeignCheckpointIsPassedOver) {
+    std::string net = dir + "/again.nnue", log = dir + "/again.log";
+    ASSERT_EQ(train(records, net, "-epochs 2", log), 0);
+    std::string checkpoint = file_text(net + ".ckpt");
+    ASSERT_GT(checkpoint.size(), 1000u);
+
+    // Cut short, one byte too long, random bytes, another run's settings:
+    // each starts over and still ends with the uninterrupted run's net.
+    std::vector<std::string> damaged = {
+        checkpoint.substr(0, checkpoint.size() / 2), checkpoint.substr(0, 40),
+        checkpoint + "x", std::string(5000, '\x5a')};
+    for (const std::string &bad : damaged) {
+        FILE *f = std::fopen((net + ".ckpt").c_str(), "wb");
+        ASSERT_NE(f, nullptr);
+        std::fwrite(bad.data(), 1, bad.size(), f);
+        std::fclose(f);
+        ASSERT_EQ(train(records, net, "", log), 0);
+        EXPECT_EQ(file_text(log).find("resumed"), std::string::npos)
+            << bad.size();
+        EXPECT_TRUE(file_text(net) == whole);
+    }
+    ASSERT_EQ(train(records, net, "-epochs 2 -lambda 0.5", log), 0);
+    ASSERT_EQ(train(records, net, "", log), 0);
+    EXPECT_EQ(file_text(log).find("resumed"), std::string::npos);
+    EXPECT_TRUE(file_text(net) == whole);
 }
 
 }  // namespace

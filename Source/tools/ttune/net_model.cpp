@@ -23,6 +23,7 @@ TrainerConfig default_trainer() {
     c.validate_every = 50;
     c.hand_target = false;
     c.scale = 400.0f;
+    c.sitting = 0;
     return c;
 }
 

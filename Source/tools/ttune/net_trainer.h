@@ -6,6 +6,7 @@
 // weights divided by NET_SCALE, so that export is a rounding.
 #pragma once
 
+#include <string>
 #include <vector>
 
 #include "../train_record.h"
@@ -40,6 +41,7 @@ struct TrainerConfig {
     int validate_every;  // every n-th record is held out
     bool hand_target;    // learn the hand-written evaluation, not the search
     float scale;         // centipawns per unit of the loss's logistic curve
+    int sitting;         // -epochs: end this run after so many, 0 never
 };
 
 TrainerConfig default_trainer();
@@ -96,6 +98,41 @@ int working_weight_of(float w);
 
 // Writes `m` as a net file in the engine's format; false on a write error.
 bool write_net(const NetModel &m, const char *file_name);
+
+// What a checkpoint must match to be taken up: the run's settings and the
+// size of its training set.  The thread count is left out: a run may go
+// on with other threads, though the sums then round a little differently.
+struct CheckpointRun {
+    u64 visits;
+    u64 seed;
+    u64 train_size;
+    i32 hidden;
+    i32 batch;
+    f32 lambda;
+    f32 lr;
+    f32 scale;
+    i32 hand_target;
+};
+static_assert(sizeof(CheckpointRun) == 48, "no padding: compared bytewise");
+
+// Where the run stood at the end of its last finished epoch.
+struct CheckpointProgress {
+    u64 done;  // samples trained on
+    u64 adam_steps;
+    i32 epochs;  // epochs finished
+    i32 spare;   // zero: keeps the record free of padding
+};
+
+// The checkpoint beside a net file: its name with ".ckpt".
+std::string checkpoint_name(const char *net_file);
+bool save_checkpoint(const char *file, const CheckpointRun &run,
+                     const CheckpointProgress &progress, const NetModel &m,
+                     const AdamState &adam);
+// False, leaving `m` and `adam` as they were, when there is no checkpoint,
+// when it belongs to another run, or when it is short or too long.
+bool load_checkpoint(const char *file, const CheckpointRun &run,
+                     CheckpointProgress &progress, NetModel &m,
+                     AdamState &adam);
 
 // The whole mode: records from settings.input_file (a file, or a folder of
 // .bin files), the net to settings.output_file.

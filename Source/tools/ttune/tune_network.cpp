@@ -77,6 +77,7 @@ static void read_trainer_switches(int argc, char **argv, TrainerConfig &c) {
         if (!std::strcmp(a, "-seed")) c.seed = std::strtoull(v, nullptr, 10);
         if (!std::strcmp(a, "-scale")) c.scale = std::strtof(v, nullptr);
         if (!std::strcmp(a, "-target")) c.hand_target = !std::strcmp(v, "hce");
+        if (!std::strcmp(a, "-epochs")) c.sitting = std::atoi(v);
     }
     c.hidden = std::clamp(c.hidden / 8 * 8, 8, 4096);
     c.lambda = std::clamp(c.lambda, 0.0f, 1.0f);
@@ -129,6 +130,20 @@ static void check_with_engine(const NetModel &m, const char *file,
         n, n ? sum / n : 0.0, worst);
 }
 
+static CheckpointRun run_of(const TrainerConfig &c, size_t train_size) {
+    CheckpointRun r{};
+    r.visits = c.visits;
+    r.seed = c.seed;
+    r.train_size = train_size;
+    r.hidden = c.hidden;
+    r.batch = c.batch;
+    r.lambda = c.lambda;
+    r.lr = c.lr;
+    r.scale = c.scale;
+    r.hand_target = c.hand_target;
+    return r;
+}
+
 void tune_network(int argc, char **argv) {
     TrainerConfig c = default_trainer();
     read_trainer_switches(argc, argv, c);
@@ -151,7 +166,19 @@ void tune_network(int argc, char **argv) {
     u64 order = c.seed ^ 0x5DEECE66DULL, done = 0;
     say("hidden %.0f, lambda %.2f, lr %.4f, batch %.0f, threads %.0f", c.hidden,
         c.lambda, c.lr, c.batch, c.threads);
-    for (int epoch = 1; done < c.visits; epoch++) {
+    CheckpointRun run = run_of(c, sets.train.size());
+    std::string checkpoint = checkpoint_name(out);
+    CheckpointProgress at{};
+    if (load_checkpoint(checkpoint.c_str(), run, at, m, adam)) {
+        // The set is shuffled afresh every epoch: replaying the finished
+        // epochs' shuffles puts it in the order the run had reached.
+        for (int e = 0; e < at.epochs; e++) shuffle(sets.train, order);
+        done = at.done;
+        say("resumed after epoch %.0f, %.1f M positions", at.epochs,
+            done / 1e6);
+    }
+    const int start_epoch = at.epochs;
+    for (int epoch = at.epochs + 1; done < c.visits; epoch++) {
         shuffle(sets.train, order);
         double loss = 0;
         u64 seen = 0;
@@ -167,8 +194,15 @@ void tune_network(int argc, char **argv) {
             epoch, loss / std::max<u64>(seen, 1),
             model_loss(m, sets.valid, c.scale), done / 1e6,
             seconds_since(started));
+        at = CheckpointProgress{done, adam.steps, epoch, 0};
+        if (!save_checkpoint(checkpoint.c_str(), run, at, m, adam))
+            print_line("can't write the checkpoint");
+        if (c.sitting > 0 && done < c.visits &&
+            epoch - start_epoch >= c.sitting)
+            return print_line("stopped; the same command goes on");
     }
     if (!write_net(m, out)) return print_line("can't write the net");
+    std::remove(checkpoint.c_str());
     char line[300];
     std::snprintf(line, sizeof line, "wrote %s", out);
     print_line(line);

@@ -1,0 +1,71 @@
+#!/bin/sh
+# make net: the training chain end to end with fixed seeds.
+#   1. self-play into the data folder until this run's share is there
+#      (a share already there is reused; a killed run goes on);
+#   2. train on everything the folder holds (a killed training goes on
+#      from its last finished epoch);
+#   3. the new net's evaluation speed;
+#   4. a short match of the new net against the previous one.
+# Every setting is a variable: NET_DATA, NET_POSITIONS, NET_THREADS,
+# NET_NODES, NET_GEN_EVAL, NET_HIDDEN, NET_TARGET, NET_LAMBDA, NET_SAMPLES,
+# NET_OUT, NET_PREVIOUS, NET_ROUNDS.  The new net is left in NET_OUT; it is
+# built into ./quillon only when copied over nets/quillon.nnue.
+set -e
+ttune=${TTUNE_EXE:-./quillon-ttune}
+engine=${EXE:-./quillon}
+build=${BUILD:-build}
+data=${NET_DATA:-default}
+positions=${NET_POSITIONS:-2}   # millions, this seed and thread count
+threads=${NET_THREADS:-2}
+nodes=${NET_NODES:-2500}
+gen_eval=${NET_GEN_EVAL:-hce}   # hce, or nn: the net built into quillon-ttune
+hidden=${NET_HIDDEN:-1536}
+target=${NET_TARGET:-search}    # search (scores and results) or hce
+lambda=${NET_LAMBDA:-0.75}
+samples=${NET_SAMPLES:-36}      # millions of samples trained on, all epochs
+out=${NET_OUT:-nets/new.nnue}
+previous=${NET_PREVIOUS:-nets/quillon.nnue}
+rounds=${NET_ROUNDS:-50}
+shared=${QUILLON_SHARED_DIR:-../shared}
+
+mkdir -p "$(dirname "$out")"
+echo "== 1. self-play: $positions M positions, $threads threads, $nodes nodes a move"
+eval_switch=-use_hce
+[ "$gen_eval" = nn ] && eval_switch=-use_nn
+"$ttune" -mktraindata "$data" "$positions" -threads "$threads" -n "$nodes" \
+    -seed 1 $eval_switch
+
+echo "== 2. training: $hidden nodes, target $target, $samples M samples"
+target_switch=""
+[ "$target" = hce ] && target_switch="-target hce" && lambda=1
+"$ttune" -tune "$data" "$samples" -o "$out" -hidden "$hidden" \
+    -lambda "$lambda" $target_switch -mbatch 8192 -threads "$threads" -seed 1
+[ -f "$out" ] || { echo "no net written"; exit 1; }
+
+echo "== 3. evaluation speed"
+if [ -x "$build/bench/eval_bench" ]; then
+    "$build/bench/eval_bench" 4000 "$out"
+else
+    echo "(no $build/bench/eval_bench: run make first)"
+fi
+
+echo "== 4. $rounds pairs of games at 5000 nodes a move against the previous net"
+match="$shared/tools/match.mjs"
+if ! command -v node >/dev/null 2>&1 || [ ! -f "$match" ]; then
+    echo "(no node or no $match: no match)"
+    exit 0
+fi
+if [ -f "$previous" ]; then
+    old="option.NN_File=$(realpath "$previous")"
+    old_name=previous
+else
+    old="arg=-use_hce"
+    old_name=hce
+fi
+node "$match" \
+    --engine cmd="$(realpath "$engine")" name=new "option.NN_File=$(realpath "$out")" \
+    --engine cmd="$(realpath "$engine")" name=$old_name "$old" \
+    --each option.Threads=1 option.Hash=16 --nodes 5000 --rounds "$rounds" \
+    --concurrency "$threads" --openings "$shared/data/openings.epd" --seed 7 \
+    --draw-adj movenumber=40 movecount=8 score=10 \
+    --resign-adj movecount=3 score=900 2>&1 | grep -E "^Score|Elo|LOS" | tail -3
