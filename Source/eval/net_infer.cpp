@@ -77,9 +77,10 @@ static const i16 *row_of(int feature) {
 
 // Steps 1 and 2: from the last sums with this side to move, take out
 // the features that went and add those that came.
-static void patch(NetworkState &s, const Accumulator &acc) {
-    int width = network.layer1_size;
-    std::memcpy(s.working_accumulator, acc.values, width * sizeof(i16));
+static void patch_changes(NetworkState &s, const Accumulator &acc,
+                          RowUpdate &u) {
+    u.from = acc.values;
+    u.gone_count = u.came_count = 0;
     for (int i = 0; i < s.feature_count; i++)
         s.feature_marks[s.features[i]] = 1;
     for (int i = 0; i < acc.feature_count; i++) {
@@ -87,23 +88,23 @@ static void patch(NetworkState &s, const Accumulator &acc) {
         if (s.feature_marks[f])
             s.feature_marks[f] = 0;
         else
-            sub_row(s.working_accumulator, row_of(f), width);
+            u.gone[u.gone_count++] = row_of(f);
     }
     for (int i = 0; i < s.feature_count; i++) {
         u16 f = s.features[i];
         if (!s.feature_marks[f]) continue;
-        add_row(s.working_accumulator, row_of(f), width);
+        u.came[u.came_count++] = row_of(f);
         s.feature_marks[f] = 0;
     }
 }
 
 // Step 3.
-static void start_over(NetworkState &s) {
-    int width = network.layer1_size;
-    for (int i = 0; i < width; i++)
-        s.working_accumulator[i] = network.biases[1];
-    for (int i = 0; i < s.feature_count; i++)
-        add_row(s.working_accumulator, row_of(s.features[i]), width);
+static void start_changes(const NetworkState &s, RowUpdate &u) {
+    u.from = nullptr;
+    u.bias = network.biases[1];
+    u.gone_count = 0;
+    u.came_count = s.feature_count;
+    for (int i = 0; i < s.feature_count; i++) u.came[i] = row_of(s.features[i]);
 }
 
 static void first_layer(Worker *worker, const Position &pos) {
@@ -115,18 +116,19 @@ static void first_layer(Worker *worker, const Position &pos) {
     bool can_patch = acc.wing_flag == s.wing_flag &&
                      worker->eval.eval_ply >= PATCH_MIN_PLY &&
                      count_bits(occupied ^ acc.occupied) <= PATCH_SQUARES;
+    RowUpdate u;
     if (can_patch)
-        patch(s, acc);
+        patch_changes(s, acc, u);
     else
-        start_over(s);
-    // 4.
+        start_changes(s, u);
+    // All rows in one pass over the lanes, every lane in the order of the
+    // lists; step 4 keeps the sums in the side's accumulator as it goes.
+    update_rows(u, s.working_accumulator, acc.values, network.layer1_size);
     acc.feature_count = s.feature_count;
     acc.ply = worker->eval.eval_ply;
     acc.wing_flag = s.wing_flag;
     acc.occupied = occupied;
     std::memcpy(acc.features, s.features, sizeof acc.features);
-    std::memcpy(acc.values, s.working_accumulator,
-                network.layer1_size * sizeof(i16));
 }
 
 // The optional second layer.  One running value carries from node to

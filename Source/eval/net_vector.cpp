@@ -80,27 +80,37 @@ i32 dot_product_128(const i16 *a, const i16 *b, int n) {
     return static_cast<i32>(total);
 }
 
+// Lanes `start` to `n` of an update, eight at a time, then one by one.
+static void update_rows_from(const RowUpdate &u, i16 *out, i16 *copy, int start,
+                             int n) {
+    int i = start;
+    for (; i + 8 <= n; i += 8) {
+        __m128i v = u.from ? load8(u.from + i) : _mm_set1_epi16(u.bias);
+        for (int k = 0; k < u.gone_count; k++)
+            v = _mm_subs_epi16(v, load8(u.gone[k] + i));
+        for (int k = 0; k < u.came_count; k++)
+            v = _mm_adds_epi16(v, load8(u.came[k] + i));
+        store8(out + i, v);
+        store8(copy + i, v);
+    }
+    for (; i < n; i++) {
+        i16 v = u.from ? u.from[i] : u.bias;
+        for (int k = 0; k < u.gone_count; k++) v = saturate(v - u.gone[k][i]);
+        for (int k = 0; k < u.came_count; k++) v = saturate(v + u.came[k][i]);
+        out[i] = v;
+        copy[i] = v;
+    }
+}
+
+void update_rows_128(const RowUpdate &u, i16 *out, i16 *copy, int n) {
+    update_rows_from(u, out, copy, 0, n);
+}
+
 #if defined(__AVX512BW__)
 
 const char *const NETWORK_VECTOR_PATH = "AVX-512BW";
 
 static __m512i load32(const i16 *p) { return _mm512_loadu_si512(p); }
-
-void add_row(i16 *acc, const i16 *row, int n) {
-    int i = 0;
-    for (; i + 32 <= n; i += 32)
-        _mm512_storeu_si512(
-            acc + i, _mm512_adds_epi16(load32(acc + i), load32(row + i)));
-    add_row_128(acc + i, row + i, n - i);
-}
-
-void sub_row(i16 *acc, const i16 *row, int n) {
-    int i = 0;
-    for (; i + 32 <= n; i += 32)
-        _mm512_storeu_si512(
-            acc + i, _mm512_subs_epi16(load32(acc + i), load32(row + i)));
-    sub_row_128(acc + i, row + i, n - i);
-}
 
 void leaky_rectify(i16 *acc, int n) {
     const __m512i bias = _mm512_set1_epi16(31);
@@ -114,6 +124,20 @@ void leaky_rectify(i16 *acc, int n) {
         _mm512_storeu_si512(acc + i, x);
     }
     leaky_rectify_128(acc + i, n - i);
+}
+
+void update_rows(const RowUpdate &u, i16 *out, i16 *copy, int n) {
+    int i = 0;
+    for (; i + 32 <= n; i += 32) {
+        __m512i v = u.from ? load32(u.from + i) : _mm512_set1_epi16(u.bias);
+        for (int k = 0; k < u.gone_count; k++)
+            v = _mm512_subs_epi16(v, load32(u.gone[k] + i));
+        for (int k = 0; k < u.came_count; k++)
+            v = _mm512_adds_epi16(v, load32(u.came[k] + i));
+        _mm512_storeu_si512(out + i, v);
+        _mm512_storeu_si512(copy + i, v);
+    }
+    update_rows_from(u, out, copy, i, n);
 }
 
 i32 dot_product(const i16 *a, const i16 *b, int n) {
@@ -142,20 +166,6 @@ static void store16(i16 *p, __m256i v) {
     _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), v);
 }
 
-void add_row(i16 *acc, const i16 *row, int n) {
-    int i = 0;
-    for (; i + 16 <= n; i += 16)
-        store16(acc + i, _mm256_adds_epi16(load16(acc + i), load16(row + i)));
-    add_row_128(acc + i, row + i, n - i);
-}
-
-void sub_row(i16 *acc, const i16 *row, int n) {
-    int i = 0;
-    for (; i + 16 <= n; i += 16)
-        store16(acc + i, _mm256_subs_epi16(load16(acc + i), load16(row + i)));
-    sub_row_128(acc + i, row + i, n - i);
-}
-
 void leaky_rectify(i16 *acc, int n) {
     const __m256i bias = _mm256_set1_epi16(31);
     const __m256i zero = _mm256_setzero_si256();
@@ -168,6 +178,20 @@ void leaky_rectify(i16 *acc, int n) {
         store16(acc + i, _mm256_blendv_epi8(x, shifted, negative));
     }
     leaky_rectify_128(acc + i, n - i);
+}
+
+void update_rows(const RowUpdate &u, i16 *out, i16 *copy, int n) {
+    int i = 0;
+    for (; i + 16 <= n; i += 16) {
+        __m256i v = u.from ? load16(u.from + i) : _mm256_set1_epi16(u.bias);
+        for (int k = 0; k < u.gone_count; k++)
+            v = _mm256_subs_epi16(v, load16(u.gone[k] + i));
+        for (int k = 0; k < u.came_count; k++)
+            v = _mm256_adds_epi16(v, load16(u.came[k] + i));
+        store16(out + i, v);
+        store16(copy + i, v);
+    }
+    update_rows_from(u, out, copy, i, n);
 }
 
 i32 dot_product(const i16 *a, const i16 *b, int n) {
@@ -188,11 +212,12 @@ i32 dot_product(const i16 *a, const i16 *b, int n) {
 
 const char *const NETWORK_VECTOR_PATH = "SSE2";
 
-void add_row(i16 *acc, const i16 *row, int n) { add_row_128(acc, row, n); }
-void sub_row(i16 *acc, const i16 *row, int n) { sub_row_128(acc, row, n); }
 void leaky_rectify(i16 *acc, int n) { leaky_rectify_128(acc, n); }
 i32 dot_product(const i16 *a, const i16 *b, int n) {
     return dot_product_128(a, b, n);
+}
+void update_rows(const RowUpdate &u, i16 *out, i16 *copy, int n) {
+    update_rows_from(u, out, copy, 0, n);
 }
 
 #endif

@@ -133,14 +133,27 @@ i32 network_score(i32 dot, int width, u32 noise, bool add_noise,
 // Row operations of the first layer, on `n` 16-bit lanes with signed
 // saturation, and the 32-bit dot product; the widest path the build
 // allows, bit-identical to the portable one.
-void add_row(i16 *acc, const i16 *row, int n);
-void sub_row(i16 *acc, const i16 *row, int n);
 void leaky_rectify(i16 *acc, int n);
 i32 dot_product(const i16 *a, const i16 *b, int n);
+// A whole first-layer update in one pass over the lanes: start from `from`
+// (or `bias` in every lane when it is null), take out the `gone` rows in
+// order, add the `came` rows in order, each step saturated, as
+// sub_row_128 and add_row_128 one row after another would.
+struct RowUpdate {
+    const i16 *from;
+    i16 bias;
+    int gone_count, came_count;
+    const i16 *gone[NET_MAX_FEATURES];
+    const i16 *came[NET_MAX_FEATURES];
+};
+// Writes the result to both `out` and `copy`; `from` may be `copy`.
+void update_rows(const RowUpdate &u, i16 *out, i16 *copy, int n);
 // The widest path this build has: "AVX-512BW", "AVX2" or "SSE2".
 extern const char *const NETWORK_VECTOR_PATH;
-// The same on 128-bit vectors only, for the tests.
+// The same on 128-bit vectors only, and the single-row steps, for the
+// tests.
 void add_row_128(i16 *acc, const i16 *row, int n);
 void sub_row_128(i16 *acc, const i16 *row, int n);
 void leaky_rectify_128(i16 *acc, int n);
 i32 dot_product_128(const i16 *a, const i16 *b, int n);
+void update_rows_128(const RowUpdate &u, i16 *out, i16 *copy, int n);
