@@ -15,12 +15,20 @@
 namespace {
 
 struct TbSearchTest : testing::Test {
+    // The path goes into the settings too: a search that finds a rescan
+    // pending (an option set during an earlier search) rescans the
+    // settings' path, and must find the same tables.
     static void SetUpTestSuite() {
+        std::snprintf(settings.syzygy_path, sizeof settings.syzygy_path, "%s",
+                      shared_path("syzygy"));
         testing::internal::CaptureStdout();
-        tb_init_path(shared_path("syzygy"));
+        tb_init();
         testing::internal::GetCapturedStdout();
     }
-    static void TearDownTestSuite() { tb_init_path(""); }
+    static void TearDownTestSuite() {
+        settings.syzygy_path[0] = 0;
+        tb_init();
+    }
 };
 
 TEST_F(TbSearchTest, CastlingRightNeverProbes) {
@@ -142,6 +150,18 @@ TEST_F(TbSearchTest, EnPassantRightPassesIntoTheProbe) {
     TbPosition t = tb_position_from(test_position(with), 0);
     EXPECT_EQ(a, tb_probe_wdl(t, &s) + 2);
     EXPECT_EQ(t.ep, 20);
+}
+
+TEST_F(TbSearchTest, FreshClockSearchesAndShowsTheWin) {
+    // With a fresh clock the search runs; the root's class stands beside
+    // it for the reports.
+    SearchOutcome out = run_search("8/8/8/8/8/2k5/8/K6R w - - 0 1", 6);
+    EXPECT_NE(out.best_depth, 99);
+    EXPECT_EQ(status.tb_result, 4);
+    EXPECT_EQ(status.tb_score[WHITE], TB_WIN_VALUE);
+    run_search("8/8/8/8/8/2k5/8/K6R b - - 0 1", 6);
+    EXPECT_EQ(status.tb_result, 0);
+    EXPECT_EQ(status.tb_score[BLACK], TB_LOSS_VALUE);
 }
 
 }  // namespace
