@@ -32,11 +32,13 @@ TEST(NetTrainer, EveryWorkingWeightHasAStoredValueThatLoadsBack) {
 }
 
 // Training records of a few positions with a made-up score: White's
-// material lead in pawns of 100.
+// material lead in pawns of 100.  Positions in check are left out, as the
+// trainer leaves them out.
 std::vector<TrainRecord> material_records() {
     std::vector<TrainRecord> out;
     for (const PerftLine &l : load_perft_suite("data/perft_standard.epd")) {
         Position &pos = test_position(l.fen.c_str());
+        if (square_attacked(pos, pos.king_sq[pos.side], pos.side ^ 1)) continue;
         int lead = (pos.piece_points[WHITE] - pos.piece_points[BLACK]) * 100;
         lead += 100 * (std::popcount(pos.bitboards[WHITE][PAWN]) -
                        std::popcount(pos.bitboards[BLACK][PAWN]));
@@ -71,6 +73,19 @@ TEST(NetTrainer, SamplesCarryTheEnginesFeaturesAndTarget) {
     TrainRecord empty{};
     empty.ep = 64;
     EXPECT_FALSE(make_sample(empty, c, s));
+}
+
+// The evaluation never judges a side in check, so the trainer skips such
+// positions; the same men with the check blocked make a sample.
+TEST(NetTrainer, PositionsInCheckAreNoSamples) {
+    TrainerConfig c = default_trainer();
+    TrainSample s;
+    TrainRecord checked =
+        pack_position(test_position("4k3/8/8/8/8/8/4R3/4K3 b - -"));
+    EXPECT_FALSE(make_sample(checked, c, s));
+    TrainRecord blocked =
+        pack_position(test_position("4k3/4n3/8/8/8/8/4R3/4K3 b - -"));
+    EXPECT_TRUE(make_sample(blocked, c, s));
 }
 
 // With the hand-written target the record's own score is not read: a queen

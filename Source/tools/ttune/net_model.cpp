@@ -47,6 +47,9 @@ bool make_sample(const TrainRecord &r, const TrainerConfig &c, TrainSample &s) {
     if (!record_has_kings(r)) return false;
     Position &pos = front_worker->position;
     set_record_position(pos, r);
+    // A side in check is never judged by the evaluation (the search answers
+    // the check first): such a position teaches the net nothing it uses.
+    if (square_attacked(pos, pos.king_sq[pos.side], pos.side ^ 1)) return false;
     u16 features[NET_MAX_FEATURES];
     u16 wing = 0;
     int n = network_features(pos, NET_PIECE_INPUTS,
