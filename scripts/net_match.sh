@@ -1,0 +1,48 @@
+#!/bin/sh
+# A net's match at a time control: the net (through NN_File) against the
+# hand-written evaluation of the same binary, or against Debian's
+# ethereal-chess, one thread and 16 MB of hash each, game pairs from the
+# shared openings with a fixed seed, adjudicated as the training matches
+# are.  Prints the match's summary lines; the whole log and the games go to
+# NET_MATCH_DIR (/tmp by default).
+# Usage: scripts/net_match.sh NET [ROUNDS [TC [CONCURRENCY [OPPONENT]]]]
+#   ROUNDS game pairs (100), TC as match.mjs takes it (10+0.1),
+#   CONCURRENCY games at once (1), OPPONENT hce or ethereal (hce).
+set -e
+net=${1:?usage: scripts/net_match.sh NET [ROUNDS [TC [CONCURRENCY [OPPONENT]]]]}
+rounds=${2:-100}
+tc=${3:-10+0.1}
+concurrency=${4:-1}
+opponent=${5:-hce}
+engine=${EXE:-./quillon}
+shared=${QUILLON_SHARED_DIR:-../shared}
+out=${NET_MATCH_DIR:-/tmp}
+seed=${NET_MATCH_SEED:-11}
+
+[ -f "$net" ] || { echo "no net file $net"; exit 1; }
+[ -x "$engine" ] || { echo "no engine $engine: run make first"; exit 1; }
+command -v node >/dev/null 2>&1 || { echo "node is needed"; exit 1; }
+
+net_path=$(realpath "$net")
+name=$(basename "$net" .nnue)
+case "$opponent" in
+    hce) other="--engine cmd=$(realpath "$engine") name=hce arg=-use_hce" ;;
+    ethereal)
+        eth=$(command -v ethereal-chess || echo /usr/games/ethereal-chess)
+        [ -x "$eth" ] || { echo "no ethereal-chess"; exit 1; }
+        other="--engine cmd=$eth name=ethereal"
+        ;;
+    *) echo "OPPONENT is hce or ethereal"; exit 1 ;;
+esac
+
+log="$out/net-$name-$opponent.log"
+echo "$name against $opponent: $rounds pairs at $tc, $concurrency at once; log $log"
+node "$shared/tools/match.mjs" \
+    --engine cmd="$(realpath "$engine")" name="$name" "option.NN_File=$net_path" \
+    $other \
+    --each option.Threads=1 option.Hash=16 --tc "$tc" --rounds "$rounds" \
+    --concurrency "$concurrency" --openings "$shared/data/openings.epd" \
+    --seed "$seed" --draw-adj movenumber=40 movecount=8 score=10 \
+    --resign-adj movecount=3 score=900 --pgn "$out/net-$name-$opponent.pgn" \
+    >"$log" 2>&1
+grep -E "^Score|Elo|Losses" "$log" | tail -4
