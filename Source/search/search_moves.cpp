@@ -96,6 +96,19 @@ static int plan_move(const Position &pos, const Worker *w, int ply, int depth,
     return r;
 }
 
+// The key the position will have after `move`, for fetching the child's
+// hash bucket early.  Castling, promotions and changes of rights or of the
+// en-passant square are left out: a wrong guess only costs a useless fetch.
+static u64 likely_child_key(const Position &pos, Move move) {
+    int from = move_from(move), to = move_to(move);
+    int moved = pos.board[from], victim = pos.board[to];
+    u64 key =
+        pos.key ^ hash_keys[moved * 64 + from] ^ hash_keys[moved * 64 + to];
+    if (victim) key ^= hash_keys[victim * 64 + to];
+    if (pos.ep_sq != NO_SQUARE) key ^= hash_keys[pos.ep_sq];
+    return (key & ~SIDE_BIT[1]) + SIDE_BIT[pos.side ^ 1];
+}
+
 // Step 8: a later move is first tried with a zero window (reduced if r is
 // above 0); what beats it is searched again, full window and depth.
 static int search_child(Position &pos, int side, int ply, int depth, int alpha,
@@ -144,7 +157,8 @@ int search_moves(Position &pos, int side, int ply, int depth, int alpha,
             if (r < 0) continue;
         }
         record.reduction = static_cast<u8>(r);
-        // 8.
+        // 8. The child probes the hash from depth 0 on.
+        if (depth - r - 1 >= 0) hash_prefetch(likely_child_key(pos, e->move));
         const MoveEntry entry = *e;
         make_move(pos, entry.move);
         int v = search_child(pos, side, ply, depth, alpha, beta, node_type, r,

@@ -13,14 +13,16 @@ static int first_attacker(const Position &pos, int sq, int side, u64 occupancy,
     if (b) return first_bit(b);
     b = knight_attacks[sq] & pieces[KNIGHT] & candidates;
     if (b) return first_bit(b);
-    const u64 line_pieces[3] = {
-        pieces[BISHOP] & bishop_rays[sq], pieces[ROOK] & rook_rays[sq],
-        pieces[QUEEN] & (bishop_rays[sq] | rook_rays[sq])};
-    for (u64 slider : line_pieces)
-        for (b = slider & candidates; b; b = clear_first_bit(b)) {
-            int from = first_bit(b);
-            if (!(between[from][sq] & occupancy)) return from;
-        }
+    // A slider's attack set from `sq` holds exactly the squares with nothing
+    // in between, whether or not the square itself is still occupied.
+    u64 diagonal = bishop_attacks(sq, occupancy);
+    b = diagonal & pieces[BISHOP] & candidates;
+    if (b) return first_bit(b);
+    u64 straight = rook_attacks(sq, occupancy);
+    b = straight & pieces[ROOK] & candidates;
+    if (b) return first_bit(b);
+    b = (diagonal | straight) & pieces[QUEEN] & candidates;
+    if (b) return first_bit(b);
     b = king_attacks[sq] & pieces[KING] & candidates;
     if (b) return first_bit(b);
     return NO_SQUARE;
