@@ -207,6 +207,25 @@ TEST_F(EntryTest, TunerBuildStartsLikeTheEngine) {
     EXPECT_EQ(t.out, TUNER_NOTICE);
 }
 
+// "default" names the generator's data folder for the trainer too.
+TEST_F(EntryTest, TrainerReadsTheDefaultDataFolder) {
+    std::string cache = dir + "/cache";
+    std::filesystem::create_directories(cache + "/quillon/data");
+    std::ofstream(cache + "/quillon/data/empty.bin");
+    const char *old = std::getenv("XDG_CACHE_HOME");
+    std::string saved = old ? old : "";
+    setenv("XDG_CACHE_HOME", cache.c_str(), 1);
+    RunResult t =
+        run_engine({"-tune", "default", "5"}, dir, "", QUILLON_TTUNE_EXE);
+    if (old)
+        setenv("XDG_CACHE_HOME", saved.c_str(), 1);
+    else
+        unsetenv("XDG_CACHE_HOME");
+    EXPECT_EQ(t.exit_code, 0);
+    EXPECT_EQ(t.out, std::string(GREETING) + "\n" + allocated(0) +
+                         "no training positions\n");
+}
+
 TEST_F(EntryTest, ShortTuneLinesEndWithOneAndNoNotice) {
     for (const std::vector<std::string> &line :
          {std::vector<std::string>{"-tune", "a.epd", "0"},

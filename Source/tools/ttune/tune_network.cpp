@@ -18,14 +18,21 @@
 #include "../../search/search.h"
 #include "net_trainer.h"
 #include "splitmix.h"
+#include "train_data.h"
 
 namespace fs = std::filesystem;
 
 // The record files of `name`: itself, or the .bin files of a folder in
-// name order, so that a run reads them alike every time.
+// name order, so that a run reads them alike every time.  "default" is the
+// self-play generator's own data folder.
 static std::vector<std::string> record_files(const char *name) {
     std::vector<std::string> files;
     std::error_code ec;
+    char folder[400];
+    if (!std::strcmp(name, "default")) {
+        data_folder(name, folder, sizeof folder);
+        name = folder;
+    }
     if (fs::is_directory(name, ec)) {
         for (const auto &e : fs::directory_iterator(name, ec))
             if (e.path().extension() == ".bin") files.push_back(e.path());
