@@ -50,8 +50,8 @@ void compute_keys(Position &pos) {
     for (int sq = 0; sq < 64; sq++) {
         int code = pos.board[sq];
         if (!code) continue;
-        pos.key ^= hash_keys[code * 64 + sq];
-        if (piece_type(code) == PAWN) pos.pawn_key ^= hash_keys[code * 64 + sq];
+        pos.key ^= piece_key(code, sq);
+        if (piece_type(code) == PAWN) pos.pawn_key ^= piece_key(code, sq);
     }
     if (pos.ep_sq != NO_SQUARE) pos.key ^= hash_keys[pos.ep_sq];
     pos.key ^= hash_keys[pos.castle_rights];

@@ -40,8 +40,6 @@ static void shift_piece(Position &pos, int from, int to) {
     pos.bitboards[piece_colour(code)][piece_type(code)] ^= both;
 }
 
-static u64 piece_key(int code, int sq) { return hash_keys[code * 64 + sq]; }
-
 static int promotion_type(int flags) {
     if (flags & FLAG_KNIGHT) return KNIGHT;
     if (flags & FLAG_BISHOP) return BISHOP;

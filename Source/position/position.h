@@ -219,6 +219,8 @@ int legal_move(Position &pos, int side, Move move);
 // Making and unmaking moves, hash keys, castling set-up.
 extern u64 hash_keys[1024];
 constexpr u64 SIDE_BIT[2] = {0, 0x100000000ULL};
+// The key part of piece `code` standing on `sq`.
+inline u64 piece_key(int code, int sq) { return hash_keys[code * 64 + sq]; }
 
 void init_hash_keys();
 void compute_keys(Position &pos);

@@ -102,9 +102,8 @@ static int plan_move(const Position &pos, const Worker *w, int ply, int depth,
 static u64 likely_child_key(const Position &pos, Move move) {
     int from = move_from(move), to = move_to(move);
     int moved = pos.board[from], victim = pos.board[to];
-    u64 key =
-        pos.key ^ hash_keys[moved * 64 + from] ^ hash_keys[moved * 64 + to];
-    if (victim) key ^= hash_keys[victim * 64 + to];
+    u64 key = pos.key ^ piece_key(moved, from) ^ piece_key(moved, to);
+    if (victim) key ^= piece_key(victim, to);
     if (pos.ep_sq != NO_SQUARE) key ^= hash_keys[pos.ep_sq];
     return (key & ~SIDE_BIT[1]) + SIDE_BIT[pos.side ^ 1];
 }
