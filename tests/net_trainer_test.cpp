@@ -170,6 +170,56 @@ TEST(NetTrainer, TrainingLowersTheLossAndTheEngineAgreesWithTheModel) {
     std::snprintf(settings.nn_file, sizeof settings.nn_file, "embedded");
 }
 
+// Wing cases sharing common rows: the folded net (the one written) gives
+// the model's own logits, and positions with the kings on opposite wings,
+// whose rows see few positions, learn from the common ones.
+TEST(NetTrainer, SharedWingsFoldIntoTheSameEvaluation) {
+    std::vector<TrainSample> samples;
+    TrainerConfig c = default_trainer();
+    c.lambda = 1.0f;
+    for (const TrainRecord &r : material_records()) {
+        TrainSample s;
+        ASSERT_TRUE(make_sample(r, c, s));
+        samples.push_back(s);
+    }
+    // Kings on the same wing and on opposite ones (black king on c8).
+    for (const char *fen :
+         {"4k3/pp6/8/8/8/8/PP6/4K3 w - -", "2k5/pp6/8/8/8/8/PP6/4K3 w - -"}) {
+        TrainRecord r = pack_position(test_position(fen));
+        r.sc = 0;
+        TrainSample s;
+        ASSERT_TRUE(make_sample(r, c, s));
+        samples.push_back(s);
+    }
+    NetModel m;
+    init_model(m, 16, 5, true);
+    ASSERT_EQ(m.w1.size(),
+              static_cast<size_t>(NET_INPUTS + NET_SHARED_ROWS) * 16);
+    AdamState adam{};
+    double before = model_loss(m, samples, 400.0f);
+    for (int step = 0; step < 200; step++)
+        train_step(m, adam, samples.data(), static_cast<int>(samples.size()),
+                   0.01f, 400.0f, 2);
+    EXPECT_LT(model_loss(m, samples, 400.0f), before * 0.5);
+    // The common rows took part in the training.
+    double common = 0;
+    for (size_t i = static_cast<size_t>(NET_INPUTS) * 16; i < m.w1.size(); i++)
+        common += std::abs(m.w1[i]);
+    EXPECT_GT(common, 1.0);
+
+    NetModel f = folded_model(m);
+    EXPECT_FALSE(f.shared_wings);
+    ASSERT_EQ(f.w1.size(), static_cast<size_t>(NET_INPUTS) * 16);
+    EXPECT_EQ(f.out, m.out);
+    for (const TrainSample &s : samples) {
+        float a = model_logit(m, s), b = model_logit(f, s);
+        EXPECT_NEAR(a, b, 1e-5f * (1.0f + std::abs(a)));
+    }
+    // The material rows have no common row and stay as they were.
+    size_t material = static_cast<size_t>(NET_PIECE_INPUTS) * 16;
+    for (size_t i = material; i < f.w1.size(); i++) ASSERT_EQ(f.w1[i], m.w1[i]);
+}
+
 }  // namespace
 
 namespace {
@@ -279,6 +329,28 @@ TEST_F(TrainerResume, ABrokenOrForeignCheckpointIsPassedOver) {
     ASSERT_EQ(train(records, net, "", log), 0);
     EXPECT_EQ(file_text(log).find("resumed"), std::string::npos);
     EXPECT_TRUE(file_text(net) == whole);
+}
+
+// A run with shared wing rows goes on from its checkpoint like any other,
+// and a run without them never takes that checkpoint up.
+TEST_F(TrainerResume, SharedWingsResumeAndStayApart) {
+    std::string shared = dir + "/shared.nnue", log = dir + "/shared.log";
+    ASSERT_EQ(train(records, shared, "-wings shared", log), 0);
+    EXPECT_NE(file_text(log).find("wing cases share common rows"),
+              std::string::npos);
+    std::string whole_shared = file_text(shared);
+    ASSERT_EQ(whole_shared.size(), whole.size());
+    EXPECT_FALSE(whole_shared == whole);
+
+    std::string net = dir + "/split_shared.nnue";
+    ASSERT_EQ(train(records, net, "-wings shared -epochs 3", log), 0);
+    ASSERT_EQ(train(records, net, "", log), 0);
+    EXPECT_EQ(file_text(log).find("resumed"), std::string::npos);
+    EXPECT_TRUE(file_text(net) == whole);
+    ASSERT_EQ(train(records, net, "-wings shared -epochs 3", log), 0);
+    ASSERT_EQ(train(records, net, "-wings shared", log), 0);
+    EXPECT_NE(file_text(log).find("resumed after epoch 3,"), std::string::npos);
+    EXPECT_TRUE(file_text(net) == whole_shared);
 }
 
 }  // namespace

@@ -68,11 +68,13 @@ bool load_checkpoint(const char *file, const CheckpointRun &run,
               !std::memcmp(h.magic, CHECKPOINT_MAGIC, sizeof h.magic) &&
               !std::memcmp(&h.run, &run, sizeof run) &&
               h.progress.done <= run.visits && run.hidden > 0;
-    size_t first = static_cast<size_t>(NET_INPUTS) * run.hidden;
+    size_t rows = NET_INPUTS + (run.shared_wings ? NET_SHARED_ROWS : 0);
+    size_t first = rows * run.hidden;
     size_t output = static_cast<size_t>(NET_BUCKETS) * run.hidden;
     NetModel read;
     AdamState moments{};
     read.hidden = run.hidden;
+    read.shared_wings = run.shared_wings != 0;
     ok = ok && read_floats(in, read.w1, first) &&
          read_floats(in, read.out, output) &&
          read_floats(in, moments.m1, first) &&

@@ -24,6 +24,7 @@ TrainerConfig default_trainer() {
     c.hand_target = false;
     c.scale = 400.0f;
     c.sitting = 0;
+    c.shared_wings = false;
     return c;
 }
 
@@ -32,15 +33,45 @@ static float uniform(u64 &state, float a) {
     return static_cast<float>((2.0 * u - 1.0) * a);
 }
 
-void init_model(NetModel &m, int hidden, u64 seed) {
+static_assert(NET_SHARED_ROWS * 2 == NET_PIECE_INPUTS);
+
+static size_t input_rows(const NetModel &m) {
+    return NET_INPUTS + (m.shared_wings ? NET_SHARED_ROWS : 0);
+}
+
+void init_model(NetModel &m, int hidden, u64 seed, bool shared_wings) {
     m.hidden = hidden;
-    m.w1.assign(static_cast<size_t>(NET_INPUTS) * hidden, 0.0f);
+    m.shared_wings = shared_wings;
+    m.w1.assign(input_rows(m) * hidden, 0.0f);
     m.out.assign(static_cast<size_t>(NET_BUCKETS) * hidden, 0.0f);
     u64 state = seed;
     // About 33 features are active: first-layer sums start near 0.5 in size.
-    for (float &w : m.w1) w = uniform(state, 0.15f);
+    // The common rows start at 0, so that the sums start the same.
+    const size_t own = static_cast<size_t>(NET_INPUTS) * hidden;
+    for (size_t i = 0; i < own; i++) m.w1[i] = uniform(state, 0.15f);
     float a = 1.0f / std::sqrt(static_cast<float>(hidden));
     for (float &w : m.out) w = uniform(state, a);
+}
+
+// The common row that piece input `feature` shares, or -1.
+static int shared_row(const NetModel &m, int feature) {
+    if (!m.shared_wings || feature >= NET_PIECE_INPUTS) return -1;
+    return NET_INPUTS + feature % NET_SHARED_ROWS;
+}
+
+NetModel folded_model(const NetModel &m) {
+    NetModel f{m.hidden, false, m.w1, m.out};
+    f.w1.resize(static_cast<size_t>(NET_INPUTS) * m.hidden);
+    const float limit = static_cast<float>(NET_WORKING_LIMIT) / NET_SCALE;
+    for (int feature = 0; feature < NET_PIECE_INPUTS; feature++) {
+        int common = shared_row(m, feature);
+        if (common < 0) break;
+        float *row = &f.w1[static_cast<size_t>(feature) * m.hidden];
+        const float *add = &m.w1[static_cast<size_t>(common) * m.hidden];
+        for (int j = 0; j < m.hidden; j++)
+            row[j] = std::clamp(row[j] + add[j], -limit, limit);
+    }
+    return f;
 }
 
 bool make_sample(const TrainRecord &r, const TrainerConfig &c, TrainSample &s) {
@@ -74,13 +105,20 @@ i16 hand_score() {
         std::clamp<i32>(v, -SEARCH_SCORE_CLAMP, SEARCH_SCORE_CLAMP));
 }
 
-// The first-layer sums, clipped to what a 16-bit accumulator holds.
-static void layer1_sums(const NetModel &m, const TrainSample &s, float *h) {
+static void add_row(const NetModel &m, int row_index, float *h) {
     const int n = m.hidden;
-    std::fill(h, h + n, 0.0f);
+    const float *row = &m.w1[static_cast<size_t>(row_index) * n];
+    for (int j = 0; j < n; j++) h[j] += row[j];
+}
+
+// The first-layer sums (the activation clips them to what a 16-bit
+// accumulator holds).
+static void layer1_sums(const NetModel &m, const TrainSample &s, float *h) {
+    std::fill(h, h + m.hidden, 0.0f);
     for (int i = 0; i < s.count; i++) {
-        const float *row = &m.w1[static_cast<size_t>(s.features[i]) * n];
-        for (int j = 0; j < n; j++) h[j] += row[j];
+        add_row(m, s.features[i], h);
+        int common = shared_row(m, s.features[i]);
+        if (common >= 0) add_row(m, common, h);
     }
 }
 
@@ -148,6 +186,11 @@ struct Gradients {
     double loss;
 };
 
+static void add_gradient(Gradients &g, int n, int row_index, const float *dh) {
+    float *gw = &g.w1[static_cast<size_t>(row_index) * n];
+    for (int j = 0; j < n; j++) gw[j] += dh[j];
+}
+
 static void accumulate(const NetModel &m, const TrainSample *samples, int count,
                        float scale, Gradients &g) {
     const int n = m.hidden;
@@ -177,8 +220,9 @@ static void accumulate(const NetModel &m, const TrainSample *samples, int count,
             dh[j] = dx * row[j] * slope;
         }
         for (int i = 0; i < s.count; i++) {
-            float *gw = &g.w1[static_cast<size_t>(s.features[i]) * n];
-            for (int j = 0; j < n; j++) gw[j] += dh[j];
+            add_gradient(g, n, s.features[i], dh.data());
+            int common = shared_row(m, s.features[i]);
+            if (common >= 0) add_gradient(g, n, common, dh.data());
         }
     }
 }

@@ -42,19 +42,29 @@ struct TrainerConfig {
     bool hand_target;    // learn the hand-written evaluation, not the search
     float scale;         // centipawns per unit of the loss's logistic curve
     int sitting;         // -epochs: end this run after so many, 0 never
+    bool shared_wings;   // -wings shared: train rows common to both cases
 };
 
 TrainerConfig default_trainer();
 
 // The float model.  w1: one row of `hidden` per input; out: one row per
-// output bucket (7).
+// output bucket (7).  With shared wings w1 has NET_SHARED_ROWS more rows:
+// a piece on a square (from its own king's side) weighs alike whether the
+// kings stand on the same wing or not, plus a row of the case itself.
+// Opposite wings are the rarer case, and learn most of what they need from
+// the common row.  Folding adds the common rows into the input rows, which
+// gives the engine's net, evaluating identically.
 struct NetModel {
     int hidden;
+    bool shared_wings;
     std::vector<float> w1;
     std::vector<float> out;
 };
+constexpr int NET_SHARED_ROWS = 768;  // half the piece inputs: one wing case
 
-void init_model(NetModel &m, int hidden, u64 seed);
+void init_model(NetModel &m, int hidden, u64 seed, bool shared_wings = false);
+// The model with its common rows added into the input rows.
+NetModel folded_model(const NetModel &m);
 
 // A record as a sample, its position left on the front Worker; false for
 // a record the net can't take (no kings, too many features).  With
@@ -112,8 +122,10 @@ struct CheckpointRun {
     f32 lr;
     f32 scale;
     i32 hand_target;
+    i32 shared_wings;
+    i32 spare;  // zero: keeps the record free of padding
 };
-static_assert(sizeof(CheckpointRun) == 48, "no padding: compared bytewise");
+static_assert(sizeof(CheckpointRun) == 56, "no padding: compared bytewise");
 
 // Where the run stood at the end of its last finished epoch.
 struct CheckpointProgress {

@@ -85,6 +85,8 @@ static void read_trainer_switches(int argc, char **argv, TrainerConfig &c) {
         if (!std::strcmp(a, "-scale")) c.scale = std::strtof(v, nullptr);
         if (!std::strcmp(a, "-target")) c.hand_target = !std::strcmp(v, "hce");
         if (!std::strcmp(a, "-epochs")) c.sitting = std::atoi(v);
+        if (!std::strcmp(a, "-wings"))
+            c.shared_wings = !std::strcmp(v, "shared");
     }
     c.hidden = std::clamp(c.hidden / 8 * 8, 8, 4096);
     c.lambda = std::clamp(c.lambda, 0.0f, 1.0f);
@@ -148,6 +150,7 @@ static CheckpointRun run_of(const TrainerConfig &c, size_t train_size) {
     r.lr = c.lr;
     r.scale = c.scale;
     r.hand_target = c.hand_target;
+    r.shared_wings = c.shared_wings;
     return r;
 }
 
@@ -168,11 +171,12 @@ void tune_network(int argc, char **argv) {
         static_cast<double>(sets.train.size()),
         static_cast<double>(sets.valid.size()), seconds_since(started));
     NetModel m;
-    init_model(m, c.hidden, c.seed);
+    init_model(m, c.hidden, c.seed, c.shared_wings);
     AdamState adam{};
     u64 order = c.seed ^ 0x5DEECE66DULL, done = 0;
     say("hidden %.0f, lambda %.2f, lr %.4f, batch %.0f, threads %.0f", c.hidden,
         c.lambda, c.lr, c.batch, c.threads);
+    if (c.shared_wings) print_line("wing cases share common rows");
     CheckpointRun run = run_of(c, sets.train.size());
     std::string checkpoint = checkpoint_name(out);
     CheckpointProgress at{};
@@ -208,10 +212,11 @@ void tune_network(int argc, char **argv) {
             epoch - start_epoch >= c.sitting)
             return print_line("stopped; the same command goes on");
     }
-    if (!write_net(m, out)) return print_line("can't write the net");
+    const NetModel net = folded_model(m);
+    if (!write_net(net, out)) return print_line("can't write the net");
     std::remove(checkpoint.c_str());
     char line[300];
     std::snprintf(line, sizeof line, "wrote %s", out);
     print_line(line);
-    check_with_engine(m, out, sets);
+    check_with_engine(net, out, sets);
 }
