@@ -220,6 +220,45 @@ TEST(NetTrainer, SharedWingsFoldIntoTheSameEvaluation) {
     for (size_t i = material; i < f.w1.size(); i++) ASSERT_EQ(f.w1[i], m.w1[i]);
 }
 
+// The saturation check follows the engine's additions step by step: a sum
+// that passes 16 bits on the way counts even when later rows bring it
+// back, and a sum of exactly -32768 still fits.
+TEST(NetTrainer, SaturationIsCountedAtEveryStepOfTheSums) {
+    TrainerConfig c = default_trainer();
+    TrainSample s;
+    ASSERT_TRUE(make_sample(pack_position(test_position(START_FEN)), c, s));
+    ASSERT_EQ(s.count, 33);
+    NetModel m;
+    init_model(m, 8, 1);
+    std::fill(m.w1.begin(), m.w1.end(), 0.0f);
+    const float unit = 1.0f / NET_SCALE;  // one working step
+    auto set_node0 = [&](int feature, int working) {
+        m.w1[static_cast<size_t>(feature) * 8] = working * unit;
+    };
+    i32 largest = -1;
+    EXPECT_EQ(saturating_samples(m, {s}, largest), 0u);
+    EXPECT_EQ(largest, 0);
+    // Two rows of 5000 and the rest at 0: far inside.
+    set_node0(s.features[0], 5000);
+    set_node0(s.features[1], 5000);
+    EXPECT_EQ(saturating_samples(m, {s}, largest), 0u);
+    EXPECT_EQ(largest, 10000);
+    // Seven rows of 5000 pass 32767 after the seventh; the last row takes
+    // the sum back under, which the engine's saturated sum never does.
+    for (int i = 2; i < 7; i++) set_node0(s.features[i], 5000);
+    set_node0(s.features[32], -5000);
+    EXPECT_EQ(saturating_samples(m, {s}, largest), 1u);
+    EXPECT_EQ(largest, 35000);
+    // Down to exactly -32768 fits a lane.
+    std::fill(m.w1.begin(), m.w1.end(), 0.0f);
+    for (int i = 0; i < 6; i++) set_node0(s.features[i], -5000);
+    set_node0(s.features[6], -2768);
+    EXPECT_EQ(saturating_samples(m, {s, s}, largest), 0u);
+    EXPECT_EQ(largest, 32768);
+    set_node0(s.features[6], -2769);
+    EXPECT_EQ(saturating_samples(m, {s, s}, largest), 2u);
+}
+
 }  // namespace
 
 namespace {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 
 #include "../../eval/network.h"
 #include "net_trainer.h"
@@ -33,4 +34,33 @@ bool write_net(const NetModel &m, const char *file_name) {
     for (float w : m.out) ok = ok && put_net_weight(f, working_weight_of(w));
     for (int i = 0; i < n + 8; i++) ok = ok && put_net_word(f, 0);
     return std::fclose(f) == 0 && ok;
+}
+
+u64 saturating_samples(const NetModel &m,
+                       const std::vector<TrainSample> &samples, i32 &largest) {
+    const int n = m.hidden;
+    std::vector<i32> working(m.w1.size());
+    for (size_t i = 0; i < m.w1.size(); i++)
+        working[i] = working_weight_of(m.w1[i]);
+    // 34 rows of at most NET_WORKING_LIMIT stay far inside 32 bits.
+    std::vector<i32> sums(n);
+    u64 count = 0;
+    largest = 0;
+    for (const TrainSample &s : samples) {
+        // The bias word the written net carries is 0.
+        std::fill(sums.begin(), sums.end(), 0);
+        i32 high = 0, low = 0;
+        for (int i = 0; i < s.count; i++) {
+            const i32 *row = &working[static_cast<size_t>(s.features[i]) * n];
+            for (int j = 0; j < n; j++) {
+                sums[j] += row[j];
+                high = std::max(high, sums[j]);
+                low = std::min(low, sums[j]);
+            }
+        }
+        largest = std::max({largest, high, -low});
+        bool past = high > 32767 || low < -32768;
+        count += past;
+    }
+    return count;
 }

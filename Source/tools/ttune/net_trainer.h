@@ -109,6 +109,13 @@ int working_weight_of(float w);
 // Writes `m` as a net file in the engine's format; false on a write error.
 bool write_net(const NetModel &m, const char *file_name);
 
+// How many of `samples` would drive a first-layer sum of the written net
+// (`m` folded) past the 16 bits of the engine's lanes at any step of its
+// additions, where the engine then saturates and the model is off; the
+// largest sum in size goes to `largest`.
+u64 saturating_samples(const NetModel &m,
+                       const std::vector<TrainSample> &samples, i32 &largest);
+
 // What a checkpoint must match to be taken up: the run's settings and the
 // size of its training set.  The thread count is left out: a run may go
 // on with other threads, though the sums then round a little differently.

@@ -219,4 +219,10 @@ void tune_network(int argc, char **argv) {
     std::snprintf(line, sizeof line, "wrote %s", out);
     print_line(line);
     check_with_engine(net, out, sets);
+    i32 largest = 0;
+    u64 past = saturating_samples(net, sets.valid, largest);
+    say("first-layer sums past 16 bits in %.0f of %.0f validation positions, "
+        "the largest %.0f",
+        static_cast<double>(past), static_cast<double>(sets.valid.size()),
+        static_cast<double>(largest));
 }
