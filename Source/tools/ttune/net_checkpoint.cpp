@@ -68,8 +68,7 @@ bool load_checkpoint(const char *file, const CheckpointRun &run,
               !std::memcmp(h.magic, CHECKPOINT_MAGIC, sizeof h.magic) &&
               !std::memcmp(&h.run, &run, sizeof run) &&
               h.progress.done <= run.visits && run.hidden > 0;
-    size_t rows = NET_INPUTS + (run.shared_wings ? NET_SHARED_ROWS : 0);
-    size_t first = rows * run.hidden;
+    size_t first = model_input_rows(run.shared_wings != 0) * run.hidden;
     size_t output = static_cast<size_t>(NET_BUCKETS) * run.hidden;
     NetModel read;
     AdamState moments{};

@@ -35,14 +35,10 @@ static float uniform(u64 &state, float a) {
 
 static_assert(NET_SHARED_ROWS * 2 == NET_PIECE_INPUTS);
 
-static size_t input_rows(const NetModel &m) {
-    return NET_INPUTS + (m.shared_wings ? NET_SHARED_ROWS : 0);
-}
-
 void init_model(NetModel &m, int hidden, u64 seed, bool shared_wings) {
     m.hidden = hidden;
     m.shared_wings = shared_wings;
-    m.w1.assign(input_rows(m) * hidden, 0.0f);
+    m.w1.assign(model_input_rows(shared_wings) * hidden, 0.0f);
     m.out.assign(static_cast<size_t>(NET_BUCKETS) * hidden, 0.0f);
     u64 state = seed;
     // About 33 features are active: first-layer sums start near 0.5 in size.

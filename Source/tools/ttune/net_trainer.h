@@ -61,6 +61,10 @@ struct NetModel {
     std::vector<float> out;
 };
 constexpr int NET_SHARED_ROWS = 768;  // half the piece inputs: one wing case
+// The rows of w1: one per input, and the common ones with shared wings.
+constexpr size_t model_input_rows(bool shared_wings) {
+    return NET_INPUTS + (shared_wings ? NET_SHARED_ROWS : 0);
+}
 
 void init_model(NetModel &m, int hidden, u64 seed, bool shared_wings = false);
 // The model with its common rows added into the input rows.
