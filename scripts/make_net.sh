@@ -7,9 +7,10 @@
 #   3. the new net's evaluation speed;
 #   4. a short match of the new net against the previous one.
 # Every setting is a variable: NET_DATA, NET_POSITIONS, NET_THREADS,
-# NET_NODES, NET_GEN_EVAL, NET_HIDDEN, NET_TARGET, NET_LAMBDA, NET_SAMPLES,
-# NET_OUT, NET_PREVIOUS, NET_ROUNDS.  The new net is left in NET_OUT; it is
-# built into ./quillon only when copied over nets/quillon.nnue.
+# NET_NODES, NET_SEED, NET_GEN_EVAL, NET_HIDDEN, NET_TARGET, NET_LAMBDA,
+# NET_SAMPLES, NET_OUT, NET_PREVIOUS, NET_ROUNDS.  The new net is left in
+# NET_OUT; it is built into ./quillon only when copied over
+# nets/quillon.nnue.
 set -e
 ttune=${TTUNE_EXE:-./quillon-ttune}
 engine=${EXE:-./quillon}
@@ -19,6 +20,7 @@ positions=${NET_POSITIONS:-18}   # millions, this seed and thread count
 threads=${NET_THREADS:-2}
 nodes=${NET_NODES:-2500}
 gen_eval=${NET_GEN_EVAL:-hce}   # hce, or nn: the net built into quillon-ttune
+seed=${NET_SEED:-1}             # another seed plays other openings
 hidden=${NET_HIDDEN:-512}
 target=${NET_TARGET:-search}    # search (scores and results) or hce
 lambda=${NET_LAMBDA:-1.0}
@@ -33,7 +35,7 @@ echo "== 1. self-play: $positions M positions, $threads threads, $nodes nodes a 
 eval_switch=-use_hce
 [ "$gen_eval" = nn ] && eval_switch=-use_nn
 "$ttune" -mktraindata "$data" "$positions" -threads "$threads" -n "$nodes" \
-    -seed 1 $eval_switch
+    -seed "$seed" $eval_switch
 
 echo "== 2. training: $hidden nodes, target $target, $samples M samples"
 target_switch=""

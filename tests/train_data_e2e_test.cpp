@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -143,6 +144,43 @@ TEST_F(TrainDataRun, OtherSeedsAndThreadCountsWriteFilesOfTheirOwn) {
     std::string one = contents(dir / "data" / "selfplay-s6-n200-t1-w0.bin");
     EXPECT_EQ(one.size() % 40, 0u);
     EXPECT_GE(one.size(), 200u * 40);
+}
+
+// Games labelled by the built-in net go to files named by the net, beside
+// the hand-written evaluation's, which stay what a run alone writes.
+TEST_F(TrainDataRun, NetLabelledGamesWriteFilesOfTheirOwn) {
+    std::vector<std::string> hce = line("alone");
+    hce[3] = "0.0002";
+    ASSERT_EQ(run(hce), 0);
+    std::vector<std::string> nn = line("both");
+    nn[3] = "0.0002";
+    nn[10] = "-use_nn";
+    ASSERT_EQ(run(nn), 0);
+    hce[2] = (dir / "both").string();
+    ASSERT_EQ(run(hce), 0);
+    std::vector<std::string> tagged;
+    for (const auto &e : fs::directory_iterator(dir / "both")) {
+        std::string name = e.path().filename().string();
+        if (name.find("-nn") != std::string::npos) tagged.push_back(name);
+    }
+    ASSERT_EQ(tagged.size(), 4u);
+    std::sort(tagged.begin(), tagged.end());
+    const std::string stem = "selfplay-s5-n200-t2-nn";
+    ASSERT_EQ(tagged[0].rfind(stem, 0), 0u) << tagged[0];
+    std::string tag = tagged[0].substr(stem.size(), 8);
+    EXPECT_EQ(tag.find_first_not_of("0123456789abcdef"), std::string::npos);
+    EXPECT_NE(tag, "00000000");
+    EXPECT_EQ(tagged[0], stem + tag + "-w0.bin");
+    EXPECT_EQ(tagged[2], stem + tag + "-w1.bin");
+    std::string net_games = contents(dir / "both" / tagged[0]);
+    EXPECT_GE(net_games.size(), 100u * 40);
+    for (const char *name :
+         {"selfplay-s5-n200-t2-w0.bin", "selfplay-s5-n200-t2-w1.bin"}) {
+        std::string a = contents(dir / "alone" / name);
+        EXPECT_FALSE(a.empty()) << name;
+        EXPECT_EQ(a, contents(dir / "both" / name)) << name;
+        EXPECT_NE(a, net_games) << name;
+    }
 }
 
 TEST_F(TrainDataRun, TheEngineBuildOnlyGivesItsNotice) {

@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../../eval/network.h"
 #include "../../frontend/output.h"
 #include "../../frontend/time_control.h"
 #include "../../search/search.h"
@@ -61,13 +62,28 @@ static bool make_folders(const char *path) {
     }
 }
 
+u32 labelling_net_tag() {
+    if (!settings.use_nn || !network_ready()) return 0;
+    // FNV-1a over the working weights, whatever file they came from.
+    u32 h = 2166136261u;
+    for (i32 i = 0; i < network.weight_count; i++) {
+        h ^= static_cast<u16>(network.storage[i]);
+        h *= 16777619u;
+    }
+    return h ? h : 1;
+}
+
+// The hand-written evaluation's files keep the plain name; a net's carry
+// its tag: selfplay-s1-n2500-t2-nn1a2b3c4d-w0.bin.
 static RunFiles run_files(const char *folder, const SelfPlaySettings &s,
                           int threads, int k) {
     RunFiles f;
+    char tag[16] = "";
+    if (s.net_tag) std::snprintf(tag, sizeof tag, "-nn%08x", s.net_tag);
     char stem[400];
     std::snprintf(stem, sizeof stem,
-                  "%s/selfplay-s%" PRIu64 "-n%" PRIu64 "-t%d-w%d", folder,
-                  s.seed, s.nodes, threads, k);
+                  "%s/selfplay-s%" PRIu64 "-n%" PRIu64 "-t%d%s-w%d", folder,
+                  s.seed, s.nodes, threads, tag, k);
     std::snprintf(f.data, sizeof f.data, "%s.bin", stem);
     std::snprintf(f.state, sizeof f.state, "%s.state", stem);
     return f;
@@ -182,6 +198,7 @@ void make_train_data(int argc, char **argv) {
     SelfPlaySettings s = default_self_play();
     read_tuner_switches(argc, argv, s);
     if (settings.max_nodes) s.nodes = settings.max_nodes;
+    s.net_tag = labelling_net_tag();
     int threads = settings.threads < 1 ? 1 : settings.threads;
     u64 target = settings.tune_positions > 0
                      ? static_cast<u64>(settings.tune_positions)
@@ -193,11 +210,12 @@ void make_train_data(int argc, char **argv) {
         settings.quit = 1;
         return;
     }
-    char text[500];
+    char text[500], labels[32] = "hand-written evaluation";
+    if (s.net_tag) std::snprintf(labels, sizeof labels, "net %08x", s.net_tag);
     std::snprintf(text, sizeof text,
                   "self-play into %s: %d threads, %" PRIu64
-                  " nodes a move, seed %" PRIu64 ", %" PRIu64 " positions",
-                  folder, threads, s.nodes, s.seed, target);
+                  " nodes a move, seed %" PRIu64 ", %s, %" PRIu64 " positions",
+                  folder, threads, s.nodes, s.seed, labels, target);
     print_line(text);
     WorkerState start = total_state(folder, s, threads);
     std::vector<pid_t> children;

@@ -19,6 +19,7 @@ struct SelfPlaySettings {
     int draw_from_ply;     // ... from this game ply on draws
     int max_game_plies;    // a game this long is a draw
     const char *openings;  // EPD file of start positions, or null
+    u32 net_tag;           // the labelling net's checksum, 0 hand-written
 };
 
 SelfPlaySettings default_self_play();
@@ -87,6 +88,12 @@ u64 runaway_cap(u64 nodes);
 
 GameOutcome play_game(const SelfPlaySettings &s, u64 index,
                       std::vector<TrainRecord> &out);
+
+// A checksum of the loaded net's weights when the net evaluates, 0 when
+// the hand-written evaluation does: the games of different evaluators go
+// to different files, so a folder holds both and a run resumes only its
+// own.
+u32 labelling_net_tag();
 
 // The data folder: `name`, or with "default" the user's cache folder
 // ($XDG_CACHE_HOME/quillon/data or ~/.cache/quillon/data).
