@@ -62,7 +62,11 @@ static bool make_folders(const char *path) {
     }
 }
 
-u32 labelling_net_tag() {
+// A checksum of the loaded net's weights when the net evaluates, 0 when
+// the hand-written evaluation does: the games of different evaluators go
+// to different files, so a folder holds both and a run resumes only its
+// own.
+static u32 labelling_net_tag() {
     if (!settings.use_nn || !network_ready()) return 0;
     // FNV-1a over the working weights, whatever file they came from.
     u32 h = 2166136261u;

@@ -89,12 +89,6 @@ u64 runaway_cap(u64 nodes);
 GameOutcome play_game(const SelfPlaySettings &s, u64 index,
                       std::vector<TrainRecord> &out);
 
-// A checksum of the loaded net's weights when the net evaluates, 0 when
-// the hand-written evaluation does: the games of different evaluators go
-// to different files, so a folder holds both and a run resumes only its
-// own.
-u32 labelling_net_tag();
-
 // The data folder: `name`, or with "default" the user's cache folder
 // ($XDG_CACHE_HOME/quillon/data or ~/.cache/quillon/data).
 void data_folder(const char *name, char *out, int size);
