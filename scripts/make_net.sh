@@ -8,9 +8,9 @@
 #   4. a short match of the new net against the previous one.
 # Every setting is a variable: NET_DATA, NET_POSITIONS, NET_THREADS,
 # NET_NODES, NET_SEED, NET_GEN_EVAL, NET_HIDDEN, NET_TARGET, NET_LAMBDA,
-# NET_SAMPLES, NET_OUT, NET_PREVIOUS, NET_ROUNDS.  The new net is left in
-# NET_OUT; it is built into ./quillon only when copied over
-# nets/quillon.nnue.
+# NET_SUM_BOUND, NET_QUIET, NET_SAMPLES, NET_OUT, NET_PREVIOUS, NET_ROUNDS.
+# The new net is left in NET_OUT; it is built into ./quillon only when
+# copied over nets/quillon.nnue.
 set -e
 ttune=${TTUNE_EXE:-./quillon-ttune}
 engine=${EXE:-./quillon}
@@ -24,6 +24,8 @@ seed=${NET_SEED:-1}             # another seed plays other openings
 hidden=${NET_HIDDEN:-512}
 target=${NET_TARGET:-search}    # search (scores and results) or hce
 lambda=${NET_LAMBDA:-1.0}
+sum_bound=${NET_SUM_BOUND:-0}   # first-layer sums held within; 0 none
+quiet=${NET_QUIET:-no}          # yes: pass over positions that win material
 samples=${NET_SAMPLES:-216}      # millions of samples trained on, all epochs
 out=${NET_OUT:-nets/new.nnue}
 previous=${NET_PREVIOUS:-nets/quillon.nnue}
@@ -41,7 +43,8 @@ echo "== 2. training: $hidden nodes, target $target, $samples M samples"
 target_switch=""
 [ "$target" = hce ] && target_switch="-target hce" && lambda=1
 "$ttune" -tune "$data" "$samples" -o "$out" -hidden "$hidden" \
-    -lambda "$lambda" $target_switch -mbatch 8192 -threads "$threads" -seed 1
+    -lambda "$lambda" $target_switch -sum_bound "$sum_bound" -quiet "$quiet" \
+    -mbatch 8192 -threads "$threads" -seed 1
 [ -f "$out" ] || { echo "no net written"; exit 1; }
 
 echo "== 3. evaluation speed"

@@ -51,6 +51,18 @@ std::vector<TrainRecord> material_records() {
     return out;
 }
 
+// The same positions as samples of the search score alone.
+std::vector<TrainSample> material_samples() {
+    std::vector<TrainSample> out;
+    TrainerConfig c = default_trainer();
+    c.lambda = 1.0f;
+    for (const TrainRecord &r : material_records()) {
+        TrainSample s;
+        if (make_sample(r, c, s)) out.push_back(s);
+    }
+    return out;
+}
+
 TEST(NetTrainer, SamplesCarryTheEnginesFeaturesAndTarget) {
     TrainRecord r = pack_position(test_position(START_FEN));
     r.sc = 100;
@@ -174,14 +186,9 @@ TEST(NetTrainer, TrainingLowersTheLossAndTheEngineAgreesWithTheModel) {
 // the model's own logits, and positions with the kings on opposite wings,
 // whose rows see few positions, learn from the common ones.
 TEST(NetTrainer, SharedWingsFoldIntoTheSameEvaluation) {
-    std::vector<TrainSample> samples;
+    std::vector<TrainSample> samples = material_samples();
+    ASSERT_EQ(samples.size(), material_records().size());
     TrainerConfig c = default_trainer();
-    c.lambda = 1.0f;
-    for (const TrainRecord &r : material_records()) {
-        TrainSample s;
-        ASSERT_TRUE(make_sample(r, c, s));
-        samples.push_back(s);
-    }
     // Kings on the same wing and on opposite ones (black king on c8).
     for (const char *fen :
          {"4k3/pp6/8/8/8/8/PP6/4K3 w - -", "2k5/pp6/8/8/8/8/PP6/4K3 w - -"}) {
@@ -218,6 +225,76 @@ TEST(NetTrainer, SharedWingsFoldIntoTheSameEvaluation) {
     // The material rows have no common row and stay as they were.
     size_t material = static_cast<size_t>(NET_PIECE_INPUTS) * 16;
     for (size_t i = material; i < f.w1.size(); i++) ASSERT_EQ(f.w1[i], m.w1[i]);
+}
+
+// A capture that wins a pawn or more by exchange values makes a position
+// tactical; an even trade, or a capture the other side pays back in full,
+// leaves it quiet.
+TEST(NetTrainer, WinsMaterialSeesOnlyGainfulCaptures) {
+    EXPECT_FALSE(wins_material(test_position(START_FEN)));
+    // The rook takes a queen nobody guards.
+    EXPECT_TRUE(wins_material(test_position("4k3/8/8/3q4/8/8/8/3RK3 w - -")));
+    // Black to move: the queen takes the rook, the king takes back.
+    EXPECT_FALSE(wins_material(test_position("4k3/8/8/3q4/8/8/8/3RK3 b - -")));
+    // A loose pawn, then the same pawn guarded by another.
+    EXPECT_TRUE(wins_material(test_position("4k3/8/8/3p4/4P3/8/8/4K3 w - -")));
+    EXPECT_FALSE(
+        wins_material(test_position("4k3/8/2p5/3p4/4P3/8/8/4K3 w - -")));
+    // A pawn takes a guarded knight: a knight for a pawn.
+    EXPECT_TRUE(
+        wins_material(test_position("4k3/8/2p5/3n4/4P3/8/8/4K3 w - -")));
+
+    TrainRecord r =
+        pack_position(test_position("4k3/8/8/3q4/8/8/8/3RK3 w - -"));
+    TrainerConfig c = default_trainer();
+    TrainSample s;
+    EXPECT_TRUE(make_sample(r, c, s));
+    c.quiet_only = true;
+    EXPECT_FALSE(make_sample(r, c, s));
+    EXPECT_TRUE(make_sample(pack_position(test_position(START_FEN)), c, s));
+}
+
+// Training with a bound on the first-layer sums keeps them near it, where
+// the same training without one lets them grow.
+TEST(NetTrainer, SumBoundHoldsTheFirstLayerSumsBack) {
+    std::vector<TrainSample> samples = material_samples();
+    ASSERT_EQ(samples.size(), material_records().size());
+    // The largest first-layer sum in size, in working units.
+    auto largest_sum = [&](const NetModel &m) {
+        float largest = 0;
+        for (const TrainSample &s : samples)
+            for (int j = 0; j < m.hidden; j++) {
+                float h = 0;
+                for (int i = 0; i < s.count; i++)
+                    h +=
+                        m.w1[static_cast<size_t>(s.features[i]) * m.hidden + j];
+                largest = std::max(largest, std::abs(h));
+            }
+        return largest * NET_SCALE;
+    };
+    auto trained = [&](float bound, double &loss) {
+        NetModel m;
+        init_model(m, 16, 7);
+        AdamState adam{};
+        for (int step = 0; step < 300; step++)
+            train_step(m, adam, samples.data(),
+                       static_cast<int>(samples.size()), 0.01f, 400.0f, 2,
+                       bound);
+        loss = model_loss(m, samples, 400.0f);
+        return m;
+    };
+    const float BOUND_WORKING = 2000;
+    double free_loss = 0, bound_loss = 0;
+    float free = largest_sum(trained(0.0f, free_loss));
+    float held = largest_sum(trained(BOUND_WORKING / NET_SCALE, bound_loss));
+    EXPECT_GT(free, BOUND_WORKING * 2) << "no bound: the sums grow";
+    // A hinge, not a wall: a little past the bound.
+    EXPECT_LT(held, BOUND_WORKING * 1.1f) << free;
+    // Held within the bound, the net still learns the material count.
+    NetModel untrained;
+    init_model(untrained, 16, 7);
+    EXPECT_LT(bound_loss, model_loss(untrained, samples, 400.0f) * 0.01)
+        << free_loss;
 }
 
 // The saturation check follows the engine's additions step by step: a sum
@@ -364,10 +441,14 @@ TEST_F(TrainerResume, ABrokenOrForeignCheckpointIsPassedOver) {
             << bad.size();
         EXPECT_TRUE(file_text(net) == whole);
     }
-    ASSERT_EQ(train(records, net, "-epochs 2 -lambda 0.5", log), 0);
-    ASSERT_EQ(train(records, net, "", log), 0);
-    EXPECT_EQ(file_text(log).find("resumed"), std::string::npos);
-    EXPECT_TRUE(file_text(net) == whole);
+    for (const char *other :
+         {"-lambda 0.5", "-sum_bound 0", "-sum_bound 9000", "-quiet yes"}) {
+        ASSERT_EQ(train(records, net, std::string("-epochs 2 ") + other, log),
+                  0);
+        ASSERT_EQ(train(records, net, "", log), 0);
+        EXPECT_EQ(file_text(log).find("resumed"), std::string::npos) << other;
+        EXPECT_TRUE(file_text(net) == whole) << other;
+    }
 }
 
 // A run with shared wing rows goes on from its checkpoint like any other,

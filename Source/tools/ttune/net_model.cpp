@@ -25,6 +25,8 @@ TrainerConfig default_trainer() {
     c.scale = 400.0f;
     c.sitting = 0;
     c.shared_wings = false;
+    c.sum_bound = 24000;
+    c.quiet_only = false;
     return c;
 }
 
@@ -70,6 +72,16 @@ NetModel folded_model(const NetModel &m) {
     return f;
 }
 
+bool wins_material(const Position &pos) {
+    const u64 occupied = occupied_squares(pos);
+    const int them = pos.side ^ 1;
+    for (int type = PAWN; type <= QUEEN; type++)
+        for (u64 b = pos.bitboards[them][type]; b; b &= b - 1)
+            if (swap_value(pos, pos.side, first_bit(b), type, occupied) >= 100)
+                return true;
+    return false;
+}
+
 bool make_sample(const TrainRecord &r, const TrainerConfig &c, TrainSample &s) {
     if (!record_has_kings(r)) return false;
     Position &pos = front_worker->position;
@@ -77,6 +89,7 @@ bool make_sample(const TrainRecord &r, const TrainerConfig &c, TrainSample &s) {
     // A side in check is never judged by the evaluation (the search answers
     // the check first): such a position teaches the net nothing it uses.
     if (square_attacked(pos, pos.king_sq[pos.side], pos.side ^ 1)) return false;
+    if (c.quiet_only && wins_material(pos)) return false;
     u16 features[NET_MAX_FEATURES];
     u16 wing = 0;
     int n = network_features(pos, NET_PIECE_INPUTS,
@@ -187,8 +200,15 @@ static void add_gradient(Gradients &g, int n, int row_index, const float *dh) {
     for (int j = 0; j < n; j++) gw[j] += dh[j];
 }
 
+// The hinge's slope on a first-layer sum past the bound (float units).
+static float bound_pull(float h, float bound) {
+    if (bound <= 0.0f) return 0.0f;
+    float past = h > bound ? h - bound : h < -bound ? h + bound : 0.0f;
+    return 2.0f * SUM_PENALTY * past;
+}
+
 static void accumulate(const NetModel &m, const TrainSample *samples, int count,
-                       float scale, Gradients &g) {
+                       float scale, float bound, Gradients &g) {
     const int n = m.hidden;
     std::vector<float> h(n), a(n), dh(n);
     std::fill(g.w1.begin(), g.w1.end(), 0.0f);
@@ -213,7 +233,7 @@ static void accumulate(const NetModel &m, const TrainSample *samples, int count,
             float slope = h[j] > NET_SUM_LIMIT || h[j] < -NET_SUM_LIMIT ? 0.0f
                           : h[j] >= 0.0f                                ? 1.0f
                                          : 1.0f / 32.0f;
-            dh[j] = dx * row[j] * slope;
+            dh[j] = dx * row[j] * slope + bound_pull(h[j], bound);
         }
         for (int i = 0; i < s.count; i++) {
             add_gradient(g, n, s.features[i], dh.data());
@@ -240,7 +260,8 @@ static void adam_update(std::vector<float> &w, const std::vector<float> &grad,
 }
 
 double train_step(NetModel &m, AdamState &adam, const TrainSample *samples,
-                  int count, float lr, float scale, int threads) {
+                  int count, float lr, float scale, int threads,
+                  float sum_bound) {
     threads = std::clamp(threads, 1, 64);
     static std::vector<Gradients> grads;
     if (static_cast<int>(grads.size()) < threads) grads.resize(threads);
@@ -263,9 +284,9 @@ double train_step(NetModel &m, AdamState &adam, const TrainSample *samples,
         int first = std::min(count, t * share);
         int n = std::min(share, count - first);
         pool.emplace_back(accumulate, std::cref(m), samples + first, n, scale,
-                          std::ref(grads[t]));
+                          sum_bound, std::ref(grads[t]));
     }
-    accumulate(m, samples, std::min(share, count), scale, grads[0]);
+    accumulate(m, samples, std::min(share, count), scale, sum_bound, grads[0]);
     for (std::thread &th : pool) th.join();
     double loss = grads[0].loss;
     for (int t = 1; t < threads; t++) {

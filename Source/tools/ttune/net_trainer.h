@@ -43,6 +43,9 @@ struct TrainerConfig {
     float scale;         // centipawns per unit of the loss's logistic curve
     int sitting;         // -epochs: end this run after so many, 0 never
     bool shared_wings;   // -wings shared: train rows common to both cases
+    int sum_bound;       // -sum_bound: first-layer sums kept within, working
+                         // units; 0 none
+    bool quiet_only;     // -quiet yes: pass over positions that win material
 };
 
 TrainerConfig default_trainer();
@@ -70,8 +73,15 @@ void init_model(NetModel &m, int hidden, u64 seed, bool shared_wings = false);
 // The model with its common rows added into the input rows.
 NetModel folded_model(const NetModel &m);
 
+// Whether the side to move wins a pawn or more at once by a capture (by
+// exchange values).  The search score of such a position tells of the
+// capture, which the evaluation never has to judge: the capture search
+// takes it before standing pat.
+bool wins_material(const Position &pos);
+
 // A record as a sample, its position left on the front Worker; false for
-// a record the net can't take (no kings, too many features).  With
+// a record the net can't take (no kings, too many features), and with
+// `quiet_only` for one that wins material.  With
 // `hand_target` the hand-written evaluation stands for the search score.
 bool make_sample(const TrainRecord &r, const TrainerConfig &c, TrainSample &s);
 // The probability a score stands for on a logistic curve of `scale`
@@ -99,10 +109,19 @@ struct AdamState {
     u64 steps;
 };
 
-// One step on samples[first .. first + count), spread over `threads`.
-// Returns the batch's summed squared error.
+// The engine adds first-layer rows in 16-bit lanes that saturate, and a
+// lane that saturates on the way between two positions stays wrong until
+// the accumulator is built afresh.  The loss gets a hinge on every sum
+// past a bound well inside 16 bits, its square times this, so that the
+// sums keep room for the rows a move adds before those it takes away.
+constexpr float SUM_PENALTY = 0.01f;
+
+// One step on samples[first .. first + count), spread over `threads`, with
+// first-layer sums past `sum_bound` (float units; 0 none) pulled back.
+// Returns the batch's summed squared error, the hinge left out.
 double train_step(NetModel &m, AdamState &adam, const TrainSample *samples,
-                  int count, float lr, float scale, int threads);
+                  int count, float lr, float scale, int threads,
+                  float sum_bound = 0.0f);
 
 // The stored value whose load (truncation of stored * 0.18) gives the
 // working weight `working`, which must lie within the working limit.
@@ -134,9 +153,11 @@ struct CheckpointRun {
     f32 scale;
     i32 hand_target;
     i32 shared_wings;
+    i32 sum_bound;
+    i32 quiet_only;
     i32 spare;  // zero: keeps the record free of padding
 };
-static_assert(sizeof(CheckpointRun) == 56, "no padding: compared bytewise");
+static_assert(sizeof(CheckpointRun) == 64, "no padding: compared bytewise");
 
 // Where the run stood at the end of its last finished epoch.
 struct CheckpointProgress {

@@ -85,12 +85,15 @@ static void read_trainer_switches(int argc, char **argv, TrainerConfig &c) {
         if (!std::strcmp(a, "-scale")) c.scale = std::strtof(v, nullptr);
         if (!std::strcmp(a, "-target")) c.hand_target = !std::strcmp(v, "hce");
         if (!std::strcmp(a, "-epochs")) c.sitting = std::atoi(v);
+        if (!std::strcmp(a, "-sum_bound")) c.sum_bound = std::atoi(v);
+        if (!std::strcmp(a, "-quiet")) c.quiet_only = !std::strcmp(v, "yes");
         if (!std::strcmp(a, "-wings"))
             c.shared_wings = !std::strcmp(v, "shared");
     }
     c.hidden = std::clamp(c.hidden / 8 * 8, 8, 4096);
     c.lambda = std::clamp(c.lambda, 0.0f, 1.0f);
     c.scale = std::clamp(c.scale, 50.0f, 2000.0f);
+    c.sum_bound = std::clamp(c.sum_bound, 0, 32767);
 }
 
 static void say(const char *format, double a, double b = 0, double c = 0,
@@ -151,6 +154,8 @@ static CheckpointRun run_of(const TrainerConfig &c, size_t train_size) {
     r.scale = c.scale;
     r.hand_target = c.hand_target;
     r.shared_wings = c.shared_wings;
+    r.sum_bound = c.sum_bound;
+    r.quiet_only = c.quiet_only;
     return r;
 }
 
@@ -177,6 +182,8 @@ void tune_network(int argc, char **argv) {
     say("hidden %.0f, lambda %.2f, lr %.4f, batch %.0f, threads %.0f", c.hidden,
         c.lambda, c.lr, c.batch, c.threads);
     if (c.shared_wings) print_line("wing cases share common rows");
+    if (c.quiet_only) print_line("positions that win material passed over");
+    if (c.sum_bound > 0) say("first-layer sums held within %.0f", c.sum_bound);
     CheckpointRun run = run_of(c, sets.train.size());
     std::string checkpoint = checkpoint_name(out);
     CheckpointProgress at{};
@@ -197,8 +204,8 @@ void tune_network(int argc, char **argv) {
             int n =
                 static_cast<int>(std::min<u64>(c.batch, sets.train.size() - i));
             float lr = step_size(c.lr, static_cast<double>(done) / c.visits);
-            loss +=
-                train_step(m, adam, &sets.train[i], n, lr, c.scale, c.threads);
+            loss += train_step(m, adam, &sets.train[i], n, lr, c.scale,
+                               c.threads, c.sum_bound / NET_SCALE);
             i += n, done += n, seen += n;
         }
         say("epoch %.0f: train %.6f, valid %.6f, %.1f M positions, %.0f s",
