@@ -76,7 +76,7 @@ bool wins_material(const Position &pos) {
     const u64 occupied = occupied_squares(pos);
     const int them = pos.side ^ 1;
     for (int type = PAWN; type <= QUEEN; type++)
-        for (u64 b = pos.bitboards[them][type]; b; b &= b - 1)
+        for (u64 b = pos.bitboards[them][type]; b; b = clear_first_bit(b))
             if (swap_value(pos, pos.side, first_bit(b), type, occupied) >= 100)
                 return true;
     return false;
