@@ -519,7 +519,8 @@ TEST_F(NetworkTest, RowOperationsMatchPlainSaturatingArithmetic) {
 
 TEST_F(NetworkTest, OnePassUpdateMatchesRowByRowOnEveryPath) {
     std::mt19937 rng(9);
-    for (int n : {0, 1, 7, 8, 9, 16, 31, 33, 64, 100, 1536}) {
+    for (int n :
+         {0, 1, 7, 8, 9, 16, 31, 33, 64, 100, 128, 161, 512, 680, 1024, 1536}) {
         std::vector<std::vector<i16>> rows(2 * NET_MAX_FEATURES,
                                            std::vector<i16>(n));
         for (int round = 0; round < 12; round++) {

@@ -126,17 +126,37 @@ void leaky_rectify(i16 *acc, int n) {
     leaky_rectify_128(acc + i, n - i);
 }
 
+// `R` vectors of lanes from `base` on, held in registers while every row
+// goes by: the rows stream through once and the R sums are independent,
+// where one vector at a time would wait on each add of a long chain.
+template <int R>
+static void update_block(const RowUpdate &u, i16 *out, i16 *copy, int base) {
+    __m512i v[R];
+    for (int r = 0; r < R; r++)
+        v[r] =
+            u.from ? load32(u.from + base + 32 * r) : _mm512_set1_epi16(u.bias);
+    for (int k = 0; k < u.gone_count; k++) {
+        const i16 *row = u.gone[k] + base;
+        for (int r = 0; r < R; r++)
+            v[r] = _mm512_subs_epi16(v[r], load32(row + 32 * r));
+    }
+    for (int k = 0; k < u.came_count; k++) {
+        const i16 *row = u.came[k] + base;
+        for (int r = 0; r < R; r++)
+            v[r] = _mm512_adds_epi16(v[r], load32(row + 32 * r));
+    }
+    for (int r = 0; r < R; r++) {
+        _mm512_storeu_si512(out + base + 32 * r, v[r]);
+        _mm512_storeu_si512(copy + base + 32 * r, v[r]);
+    }
+}
+
+// Blocks of 512 lanes use 16 of the 32 vector registers.
 void update_rows(const RowUpdate &u, i16 *out, i16 *copy, int n) {
     int i = 0;
-    for (; i + 32 <= n; i += 32) {
-        __m512i v = u.from ? load32(u.from + i) : _mm512_set1_epi16(u.bias);
-        for (int k = 0; k < u.gone_count; k++)
-            v = _mm512_subs_epi16(v, load32(u.gone[k] + i));
-        for (int k = 0; k < u.came_count; k++)
-            v = _mm512_adds_epi16(v, load32(u.came[k] + i));
-        _mm512_storeu_si512(out + i, v);
-        _mm512_storeu_si512(copy + i, v);
-    }
+    for (; i + 512 <= n; i += 512) update_block<16>(u, out, copy, i);
+    for (; i + 128 <= n; i += 128) update_block<4>(u, out, copy, i);
+    for (; i + 32 <= n; i += 32) update_block<1>(u, out, copy, i);
     update_rows_from(u, out, copy, i, n);
 }
 
@@ -180,17 +200,34 @@ void leaky_rectify(i16 *acc, int n) {
     leaky_rectify_128(acc + i, n - i);
 }
 
+// As on AVX-512: R vectors of sums held while the rows go by.
+template <int R>
+static void update_block(const RowUpdate &u, i16 *out, i16 *copy, int base) {
+    __m256i v[R];
+    for (int r = 0; r < R; r++)
+        v[r] =
+            u.from ? load16(u.from + base + 16 * r) : _mm256_set1_epi16(u.bias);
+    for (int k = 0; k < u.gone_count; k++) {
+        const i16 *row = u.gone[k] + base;
+        for (int r = 0; r < R; r++)
+            v[r] = _mm256_subs_epi16(v[r], load16(row + 16 * r));
+    }
+    for (int k = 0; k < u.came_count; k++) {
+        const i16 *row = u.came[k] + base;
+        for (int r = 0; r < R; r++)
+            v[r] = _mm256_adds_epi16(v[r], load16(row + 16 * r));
+    }
+    for (int r = 0; r < R; r++) {
+        store16(out + base + 16 * r, v[r]);
+        store16(copy + base + 16 * r, v[r]);
+    }
+}
+
+// Blocks of 128 lanes use 8 of the 16 vector registers.
 void update_rows(const RowUpdate &u, i16 *out, i16 *copy, int n) {
     int i = 0;
-    for (; i + 16 <= n; i += 16) {
-        __m256i v = u.from ? load16(u.from + i) : _mm256_set1_epi16(u.bias);
-        for (int k = 0; k < u.gone_count; k++)
-            v = _mm256_subs_epi16(v, load16(u.gone[k] + i));
-        for (int k = 0; k < u.came_count; k++)
-            v = _mm256_adds_epi16(v, load16(u.came[k] + i));
-        store16(out + i, v);
-        store16(copy + i, v);
-    }
+    for (; i + 128 <= n; i += 128) update_block<8>(u, out, copy, i);
+    for (; i + 16 <= n; i += 16) update_block<1>(u, out, copy, i);
     update_rows_from(u, out, copy, i, n);
 }
 
