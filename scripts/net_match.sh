@@ -1,13 +1,14 @@
 #!/bin/sh
 # A net's match at a time control: the net (through NN_File) against the
-# hand-written evaluation of the same binary, or against Debian's
-# ethereal-chess, one thread and 16 MB of hash each, game pairs from the
-# shared openings with a fixed seed, adjudicated as the training matches
-# are.  Prints the match's summary lines; the whole log and the games go to
-# NET_MATCH_DIR (/tmp by default).
+# hand-written evaluation of the same binary, another net in the same
+# binary, or Debian's ethereal-chess, one thread and 16 MB of hash each,
+# game pairs from the shared openings with a fixed seed (NET_MATCH_SEED),
+# adjudicated as the training matches are.  Prints the match's summary
+# lines; the whole log and the games go to NET_MATCH_DIR (/tmp by default).
 # Usage: scripts/net_match.sh NET [ROUNDS [TC [CONCURRENCY [OPPONENT]]]]
-#   ROUNDS game pairs (100), TC as match.mjs takes it (10+0.1),
-#   CONCURRENCY games at once (1), OPPONENT hce or ethereal (hce).
+#   ROUNDS game pairs (100), TC as match.mjs takes it (10+0.1) or
+#   nodes=N for N nodes a move, CONCURRENCY games at once (1), OPPONENT
+#   hce, ethereal or a net file (hce).
 set -e
 net=${1:?usage: scripts/net_match.sh NET [ROUNDS [TC [CONCURRENCY [OPPONENT]]]]}
 rounds=${2:-100}
@@ -32,7 +33,16 @@ case "$opponent" in
         [ -x "$eth" ] || { echo "no ethereal-chess"; exit 1; }
         other="--engine cmd=$eth name=ethereal"
         ;;
-    *) echo "OPPONENT is hce or ethereal"; exit 1 ;;
+    *.nnue)
+        [ -f "$opponent" ] || { echo "no net file $opponent"; exit 1; }
+        other="--engine cmd=$(realpath "$engine") name=$(basename "$opponent" .nnue) option.NN_File=$(realpath "$opponent")"
+        opponent=$(basename "$opponent" .nnue)
+        ;;
+    *) echo "OPPONENT is hce, ethereal or a .nnue file"; exit 1 ;;
+esac
+case "$tc" in
+    nodes=*) limit="--nodes ${tc#nodes=}" ;;
+    *) limit="--tc $tc" ;;
 esac
 
 log="$out/net-$name-$opponent.log"
@@ -40,7 +50,7 @@ echo "$name against $opponent: $rounds pairs at $tc, $concurrency at once; log $
 node "$shared/tools/match.mjs" \
     --engine cmd="$(realpath "$engine")" name="$name" "option.NN_File=$net_path" \
     $other \
-    --each option.Threads=1 option.Hash=16 --tc "$tc" --rounds "$rounds" \
+    --each option.Threads=1 option.Hash=16 $limit --rounds "$rounds" \
     --concurrency "$concurrency" --openings "$shared/data/openings.epd" \
     --seed "$seed" --draw-adj movenumber=40 movecount=8 score=10 \
     --resign-adj movecount=3 score=900 --pgn "$out/net-$name-$opponent.pgn" \
