@@ -168,9 +168,9 @@ TEST_F(SelfPlayGames, AGameDependsOnlyOnTheSeedAndItsNumber) {
 // Game 1861 of seed 1 (2,500 nodes, the hand-written evaluation, a 1 MB
 // hash as the generator sizes it) reaches a position at ply 132 whose
 // first iterations never end: checks in the capture search go on and on,
-// and the soft node limit waits for a second iteration.  The watchdog
-// stops that search at the hard cap and the game is dropped; an ordinary
-// search stays far under the cap.
+// and the soft node limit waits for a second iteration.  The search stops
+// itself at the hard cap and the game is dropped; an ordinary search stays
+// far under the cap.
 TEST_F(SelfPlayGames, ARunawaySearchIsStoppedAndItsGameDropped) {
     EXPECT_EQ(runaway_cap(100), 100000u);
     EXPECT_EQ(runaway_cap(2500), 1000000u);

@@ -301,6 +301,26 @@ TEST_F(UciE2ESearch, NodeLimitStopsCloseToTheCount) {
     EXPECT_EQ(engine.quit(), 0);
 }
 
+// Black to move with queens on both sides: quiet checks in the capture
+// search keep the first iteration from ever ending, and the node limit
+// waits for a finished second one.  A match front end gave up on this
+// position after 60 s; the hard cap (400 times the budget, at least
+// 100,000 nodes) answers at once with a legal move.
+TEST_F(UciE2ESearch, NodeLimitEndsASearchWhoseFirstIterationRunsAway) {
+    const char *fen = "8/4Q3/8/2P5/1K4p1/1P5k/8/5q2 b - - 4 70";
+    start();
+    engine.send(std::string("position fen ") + fen);
+    std::vector<std::string> info;
+    auto best = go("go nodes 100", 20000, &info);
+    ASSERT_TRUE(best) << engine.transcript();
+    EXPECT_TRUE(answers_legally(*best, fen)) << *best;
+    ASSERT_FALSE(info.empty());
+    long long nodes = info_field(info.back(), "nodes");
+    EXPECT_GT(nodes, 100000) << info.back();
+    EXPECT_LE(nodes, 101000) << info.back();
+    EXPECT_EQ(engine.quit(), 0);
+}
+
 TEST_F(UciE2ESearch, MovetimeAnswersInRoughlyThatTime) {
     start();
     engine.send("position startpos");

@@ -1,6 +1,7 @@
 // Preparing a search thread's Worker from the game position.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 
 #include "test_support.h"
@@ -55,9 +56,23 @@ TEST_F(WorkerTest, CopiesGamePositionAndHistory) {
 TEST_F(WorkerTest, NodeLimitFollowsSettings) {
     ASSERT_EQ(init_worker(0), 0);
     EXPECT_EQ(workers[0]->node_limit, 1000000000000000ULL);
+    EXPECT_EQ(workers[0]->node_cap, UINT64_MAX);
     settings.max_nodes = 12345;
     ASSERT_EQ(init_worker(0), 0);
     EXPECT_EQ(workers[0]->node_limit, 12345u);
+    EXPECT_EQ(workers[0]->node_cap, 12345u * 400);
+}
+
+// The hard cap of a node-limited search: 400 times the budget, never under
+// 100,000 nodes, and a budget too large to multiply never caps at all.
+TEST(RunawayCap, FourHundredTimesTheBudgetAtLeastAHundredThousand) {
+    EXPECT_EQ(runaway_cap(1), 100000u);
+    EXPECT_EQ(runaway_cap(250), 100000u);
+    EXPECT_EQ(runaway_cap(251), 100400u);
+    EXPECT_EQ(runaway_cap(5000), 2000000u);
+    EXPECT_EQ(runaway_cap(UINT64_MAX / 400), UINT64_MAX / 400 * 400);
+    EXPECT_EQ(runaway_cap(UINT64_MAX / 400 + 1), UINT64_MAX);
+    EXPECT_EQ(runaway_cap(UINT64_MAX), UINT64_MAX);
 }
 
 TEST_F(WorkerTest, ListsOfRootAndAboveStartTerminated) {

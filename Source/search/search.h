@@ -67,6 +67,9 @@ struct Worker {
     i16 best_score;
     i16 root_eval;
     u64 node_limit;
+    // Past this count a node-limited search stops even without a finished
+    // iteration (see runaway_cap).
+    u64 node_cap;
     u64 node_count;
     u64 tb_hit_count;
     u64 eval_count;
@@ -103,6 +106,12 @@ void free_worker(Worker *worker);
 // Points plies 0 and 1 at the start of the pool, each list terminated.
 void reset_move_lists(Worker *worker);
 int init_worker(int slot);
+// The node limit waits for a second finished iteration, and in a few
+// positions the first iterations never end: quiet checks in the capture
+// search can keep the depth from falling, on to ply 80, and two queens
+// make that tree astronomical.  A search with a node limit therefore
+// stops anyway at 400 times its budget, at least 100,000 nodes.
+u64 runaway_cap(u64 nodes);
 
 // Who attacks a square: the first piece by kind (pawn, knight, bishop,
 // rook, queen, king) and square.  The occupancy blocks lines; the "least"

@@ -223,6 +223,8 @@ int search_node(Position &pos, int side, int ply, int depth, int alpha,
     if (w->node_count > w->node_limit && w->best_depth >= 2 &&
         w->fail_state != 1)
         store_stop(1);
+    // A runaway never gets there: stop it rather than hang the game.
+    if (w->node_count > w->node_cap) store_stop(1);
     // 4.
     if (load_stop()) return 0;
     // 5.

@@ -1,4 +1,5 @@
 // The per-thread Worker: allocation and preparation for a search.
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 
@@ -35,6 +36,12 @@ void reset_move_lists(Worker *w) {
     }
 }
 
+u64 runaway_cap(u64 nodes) {
+    constexpr u64 FACTOR = 400, FLOOR = 100000;
+    if (nodes > UINT64_MAX / FACTOR) return UINT64_MAX;
+    return nodes * FACTOR < FLOOR ? FLOOR : nodes * FACTOR;
+}
+
 int init_worker(int slot) {
     // 1.
     // Other threads read the slots while this one fills its own, so a new
@@ -67,6 +74,8 @@ int init_worker(int slot) {
     // 5.
     w->node_limit =
         settings.max_nodes ? settings.max_nodes : 1000000000000000ULL;
+    w->node_cap =
+        settings.max_nodes ? runaway_cap(settings.max_nodes) : UINT64_MAX;
 
     // 6.
     w->plies[0].node_type = 0;

@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
-#include <thread>
 
 #include "../../frontend/notation.h"
 #include "../../frontend/relaxed.h"
@@ -31,60 +29,17 @@ SelfPlaySettings default_self_play() {
     return s;
 }
 
-// The search's own node limit waits for a finished second iteration.  In
-// a few positions the first iterations alone run to billions of nodes
-// (checks in the capture search, on and on), so a watchdog thread stops a
-// search that passes a hard cap far above the soft limit, and the game is
-// dropped.  The lock keeps a late stop from landing in the next search.
-struct Watchdog {
-    std::mutex lock;
-    bool searching = false;
-    bool fired = false;
-    u64 cap = 0;
-};
-// Never destroyed: the detached thread may hold its lock at exit.
-static Watchdog &watchdog = *new Watchdog;
-
-static void watch_searches() {
-    for (;;) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        std::lock_guard<std::mutex> hold(watchdog.lock);
-        if (watchdog.searching &&
-            relaxed_load(workers[0]->node_count) > watchdog.cap) {
-            store_stop(1);
-            watchdog.fired = true;
-        }
-    }
-}
-
-// The hard cap for a soft limit of `nodes`.
-u64 runaway_cap(u64 nodes) {
-    u64 cap = nodes * 400;
-    return cap < 100000 ? 100000 : cap;
-}
-
 // One silent search of the game position on this thread, as -pbench runs
-// it: no helpers, no clock, only the node limit (or the watchdog) ends it.
-// `runaway` turns true when the watchdog stopped it.
+// it: no helpers, no clock, only the node limit ends it.  `runaway` turns
+// true when the search ran into its hard cap (runaway_cap) rather than
+// finishing its iterations: its move and score are not to be trusted.
 SearchAnswer search_game_position(bool &runaway) {
-    static std::once_flag started;
-    std::call_once(started, [] { std::thread(watch_searches).detach(); });
     prepare_search();
     if (init_worker(0) != 0) std::exit(-1);
-    {
-        std::lock_guard<std::mutex> hold(watchdog.lock);
-        store_stop(0);
-        store_state(STATE_BENCH);
-        watchdog.cap = runaway_cap(settings.max_nodes);
-        watchdog.fired = false;
-        watchdog.searching = true;
-    }
+    store_stop(0);
+    store_state(STATE_BENCH);
     search_root(0);
-    {
-        std::lock_guard<std::mutex> hold(watchdog.lock);
-        watchdog.searching = false;
-        runaway = watchdog.fired;
-    }
+    runaway = relaxed_load(workers[0]->node_count) > workers[0]->node_cap;
     aggregate_counters();
     store_state(0);
     return {status.pv[1], status.score};

@@ -79,12 +79,8 @@ struct SearchAnswer {
 
 // One silent search of the front Worker's position under the soft node
 // limit settings.max_nodes; `runaway` turns true when it passed the hard
-// cap and was stopped, and the answer is then worthless.
+// cap (runaway_cap) and was stopped, and the answer is then worthless.
 SearchAnswer search_game_position(bool &runaway);
-
-// The node count at which a search with the soft limit `nodes` is stopped
-// as a runaway.
-u64 runaway_cap(u64 nodes);
 
 GameOutcome play_game(const SelfPlaySettings &s, u64 index,
                       std::vector<TrainRecord> &out);
