@@ -183,6 +183,27 @@ TEST_F(TrainDataRun, NetLabelledGamesWriteFilesOfTheirOwn) {
     }
 }
 
+// A net-labelled run started in another second writes the same games: the
+// net's noise comes from each game's seed, not from the clock.
+TEST_F(TrainDataRun, NetLabelledRunsRepeatInAnotherProcess) {
+    std::vector<std::string> nn = line("first");
+    nn[3] = "0.0002";
+    nn[10] = "-use_nn";
+    ASSERT_EQ(run(nn), 0);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    nn[2] = (dir / "second").string();
+    ASSERT_EQ(run(nn), 0);
+    int files = 0;
+    for (const auto &e : fs::directory_iterator(dir / "first")) {
+        std::string name = e.path().filename().string();
+        std::string a = contents(e.path());
+        EXPECT_FALSE(a.empty()) << name;
+        EXPECT_EQ(a, contents(dir / "second" / name)) << name;
+        files++;
+    }
+    EXPECT_EQ(files, 4);
+}
+
 TEST_F(TrainDataRun, TheEngineBuildOnlyGivesItsNotice) {
     std::vector<std::string> args = line("none");
     args[0] = QUILLON_EXE;

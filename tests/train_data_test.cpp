@@ -9,6 +9,7 @@
 #include <cstring>
 #include <vector>
 
+#include "eval/network.h"
 #include "frontend/notation.h"
 #include "search/hash.h"
 #include "test_support.h"
@@ -163,6 +164,29 @@ TEST_F(SelfPlayGames, AGameDependsOnlyOnTheSeedAndItsNumber) {
     EXPECT_FALSE(first.size() == other.size() &&
                  std::memcmp(first.data(), other.data(),
                              first.size() * sizeof(TrainRecord)) == 0);
+}
+
+// The net's evaluation noise is drawn from the clock when a Worker's
+// buffers are made; a game played later, or in another process, must not
+// see that draw.
+TEST_F(SelfPlayGames, NetLabelledGamesIgnoreTheNoiseDrawnAtSetUp) {
+    std::snprintf(settings.nn_file, sizeof settings.nn_file, "embedded");
+    testing::internal::CaptureStdout();
+    load_network();
+    testing::internal::GetCapturedStdout();
+    ASSERT_TRUE(network_ready());
+    settings.use_nn = 1;
+    SelfPlaySettings s = small_run();
+    std::vector<TrainRecord> first, second;
+    play_game(s, 5, first);
+    ASSERT_NE(worker_at(0), nullptr);
+    // As if this process had set its buffers up at another second.
+    worker_at(0)->nn.noise_seed ^= 0x5A5A5A5Au;
+    play_game(s, 5, second);
+    ASSERT_GT(first.size(), 10u);
+    ASSERT_EQ(first.size(), second.size());
+    EXPECT_EQ(0, std::memcmp(first.data(), second.data(),
+                             first.size() * sizeof(TrainRecord)));
 }
 
 // Game 1861 of seed 1 (2,500 nodes, the hand-written evaluation, a 1 MB

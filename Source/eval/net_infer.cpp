@@ -71,6 +71,12 @@ static bool set_up_network_state(Worker *worker) {
     return true;
 }
 
+bool fix_network_noise(Worker *worker, u32 seed) {
+    if (!network_ready() || !set_up_network_state(worker)) return false;
+    worker->nn.noise_seed = seed;
+    return true;
+}
+
 static const i16 *row_of(int feature) {
     return network.layer1_weights + int64_t{feature} * network.layer1_size;
 }

@@ -82,6 +82,9 @@ static bool play_random_plies(Position &pos, int plies, u64 &rng) {
 }
 
 // A fresh table and fresh caches, so a game never depends on the last.
+// The silent search leaves the net's evaluation noise on, drawn from the
+// clock; the game's own seed stands in for that draw, so that a game
+// depends on its seed and number alone, in any process, at any time.
 static void forget_everything(u64 game_seed) {
     hash_clear();
     status.age = 0;
@@ -90,6 +93,7 @@ static void forget_everything(u64 game_seed) {
     Worker *w = worker_at(0);
     std::memset(w->eval_cache, 0, sizeof w->eval_cache);
     std::memset(w->pawn_cache, 0, sizeof w->pawn_cache);
+    fix_network_noise(w, static_cast<u32>(game_seed ^ (game_seed >> 32)));
 }
 
 // Sets up the start: a line of the openings file or the initial position,
