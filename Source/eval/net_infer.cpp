@@ -71,10 +71,9 @@ static bool set_up_network_state(Worker *worker) {
     return true;
 }
 
-bool fix_network_noise(Worker *worker, u32 seed) {
-    if (!network_ready() || !set_up_network_state(worker)) return false;
-    worker->nn.noise_seed = seed;
-    return true;
+void fix_network_noise(Worker *worker, u32 seed) {
+    if (network_ready() && set_up_network_state(worker))
+        worker->nn.noise_seed = seed;
 }
 
 static const i16 *row_of(int feature) {

@@ -120,9 +120,9 @@ i32 network_evaluate(Worker *worker);
 void release_network_state(Worker *worker);
 // Makes the Worker's buffers now and puts `seed` in place of the draw from
 // the clock, so that a run which must repeat (self-play) gets the same
-// evaluation noise every time.  False when no net is loaded or the buffers
-// can't be made.
-bool fix_network_noise(Worker *worker, u32 seed);
+// evaluation noise every time.  Nothing happens when no net is loaded (its
+// noise never enters a score then).
+void fix_network_noise(Worker *worker, u32 seed);
 
 // The active features of a position from the side to move's view; the
 // result is their number.  Sets `wing_flag`.
