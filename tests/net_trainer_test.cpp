@@ -10,6 +10,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -85,6 +86,71 @@ TEST(NetTrainer, SamplesCarryTheEnginesFeaturesAndTarget) {
     TrainRecord empty{};
     empty.ep = 64;
     EXPECT_FALSE(make_sample(empty, c, s));
+}
+
+// What the engine sees in a game position, kept beside its record.
+struct SeenPosition {
+    TrainRecord record;
+    std::vector<u16> features;
+    int bucket;
+    int side;
+    bool in_check;
+};
+
+// Random games from positions with castling rights and en-passant chances:
+// the record of every position and the engine's own view of it, taken
+// before the trainer rebuilds the board from the record.
+std::vector<SeenPosition> seen_in_random_games(u32 seed) {
+    static const char *const starts[] = {
+        START_FEN,
+        "r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq - 0 1",
+        "rnbqkbnr/ppp1p1pp/8/3pPp2/8/8/PPPP1PPP/RNBQKBNR w KQkq f6 0 3"};
+    std::mt19937 rng(seed);
+    std::vector<SeenPosition> seen;
+    for (int game = 0; game < 24; game++) {
+        Position &pos = test_position(starts[game % 3]);
+        for (int ply = 0; ply < 120; ply++) {
+            SeenPosition p;
+            p.record = pack_position(pos);
+            u16 f[NET_MAX_FEATURES], wing = 0;
+            int n = network_features(pos, NET_PIECE_INPUTS,
+                                     NET_INPUTS - NET_PIECE_INPUTS, f, wing);
+            p.features.assign(f, f + n);
+            p.bucket = output_bucket_of(pos);
+            p.side = pos.side;
+            p.in_check =
+                square_attacked(pos, pos.king_sq[pos.side], pos.side ^ 1);
+            seen.push_back(p);
+            Move moves[MAX_MOVES];
+            int count = legal_moves(pos, moves);
+            if (count == 0) break;
+            make_move(pos, moves[rng() % count]);
+        }
+    }
+    return seen;
+}
+
+// The classic silent failure is a trainer that learns other inputs than
+// the engine reads: every sample must carry exactly the engine's features
+// and output bucket of the game position its record came from, with either
+// side to move.
+TEST(NetTrainer, RandomGamePositionsGiveTheEnginesFeaturesForBothSides) {
+    TrainerConfig c = default_trainer();
+    int checked[2] = {0, 0};
+    for (const SeenPosition &p : seen_in_random_games(11)) {
+        TrainSample s;
+        bool made = make_sample(p.record, c, s);
+        ASSERT_EQ(made, !p.in_check);
+        if (!made) continue;
+        ASSERT_EQ(s.count, p.features.size());
+        for (size_t i = 0; i < p.features.size(); i++)
+            ASSERT_EQ(s.features[i], p.features[i]) << "feature " << i;
+        ASSERT_EQ(s.bucket, p.bucket);
+        checked[p.side]++;
+    }
+    EXPECT_GT(checked[WHITE], 1000);
+    EXPECT_GT(checked[BLACK], 1000);
+    test_position(START_FEN);
 }
 
 // The evaluation never judges a side in check, so the trainer skips such
