@@ -10,11 +10,11 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "eval/network.h"
+#include "playout_support.h"
 #include "test_support.h"
 
 namespace {
@@ -97,36 +97,23 @@ struct SeenPosition {
     bool in_check;
 };
 
-// Random games from positions with castling rights and en-passant chances:
-// the record of every position and the engine's own view of it, taken
-// before the trainer rebuilds the board from the record.
+// Random games from the shared start points (castling, en passant,
+// promotions): every position's record and the engine's own view of it,
+// taken before the trainer rebuilds the board from the record.
 std::vector<SeenPosition> seen_in_random_games(u32 seed) {
-    static const char *const starts[] = {
-        START_FEN,
-        "r3k2r/p1ppqpb1/bn2pnp1/3PN3/1p2P3/2N2Q1p/PPPBBPPP/R3K2R w KQkq - 0 1",
-        "rnbqkbnr/ppp1p1pp/8/3pPp2/8/8/PPPP1PPP/RNBQKBNR w KQkq f6 0 3"};
-    std::mt19937 rng(seed);
     std::vector<SeenPosition> seen;
-    for (int game = 0; game < 24; game++) {
-        Position &pos = test_position(starts[game % 3]);
-        for (int ply = 0; ply < 120; ply++) {
-            SeenPosition p;
-            p.record = pack_position(pos);
-            u16 f[NET_MAX_FEATURES], wing = 0;
-            int n = network_features(pos, NET_PIECE_INPUTS,
-                                     NET_INPUTS - NET_PIECE_INPUTS, f, wing);
-            p.features.assign(f, f + n);
-            p.bucket = output_bucket_of(pos);
-            p.side = pos.side;
-            p.in_check =
-                square_attacked(pos, pos.king_sq[pos.side], pos.side ^ 1);
-            seen.push_back(p);
-            Move moves[MAX_MOVES];
-            int count = legal_moves(pos, moves);
-            if (count == 0) break;
-            make_move(pos, moves[rng() % count]);
-        }
-    }
+    play_out(seed, 27, 100, [&](Position &pos) {
+        SeenPosition p;
+        p.record = pack_position(pos);
+        u16 f[NET_MAX_FEATURES], wing = 0;
+        int n = network_features(pos, NET_PIECE_INPUTS,
+                                 NET_INPUTS - NET_PIECE_INPUTS, f, wing);
+        p.features.assign(f, f + n);
+        p.bucket = output_bucket_of(pos);
+        p.side = pos.side;
+        p.in_check = square_attacked(pos, pos.king_sq[pos.side], pos.side ^ 1);
+        seen.push_back(p);
+    });
     return seen;
 }
 
