@@ -11,22 +11,24 @@
 #include <ctime>
 
 #include "book/book.h"
+#include "core/output.h"
+#include "core/settings.h"
+#include "core/status.h"
 #include "eval/eval.h"
 #include "eval/network.h"
-#include "frontend/frontend.h"
 #include "frontend/options.h"
-#include "frontend/output.h"
 #include "frontend/protocol.h"
 #include "frontend/switches.h"
 #include "position/position.h"
-#include "pyrrhic/tbprobe.h"
 #include "search/hash.h"
 #include "search/search.h"
+#include "search/strength.h"
+#include "tablebase/tb_probe.h"
 #include "tools/bench.h"
 #include "tools/epd.h"
 #include "tools/pgn.h"
-#include "tools/training.h"
-#include "tools/tuner.h"
+#include "tools/train_epd.h"
+#include "tools/tuner_modes.h"
 
 // The folder the executable was started from, as an absolute path with
 // forward slashes.  Kept for the user's inspection; nothing reads it.
@@ -64,11 +66,11 @@ static void seed_random() {
 
 // The front end's Worker holds the game position for the whole run.
 static bool create_front_worker() {
-    front_worker = allocate_worker();
+    set_front_worker(allocate_worker());
     if (!front_worker) return false;
     front_worker->thread_id = FRONT_THREAD_ID;
     front_worker->ply = 1;
-    front_worker->position.worker = front_worker;
+    front_worker->position.history = front_worker;
     front_worker->rng_seed = static_cast<u32>(std::rand());
     reset_move_lists(front_worker);
     return true;
@@ -76,7 +78,7 @@ static bool create_front_worker() {
 
 static void free_workers() {
     free_worker(front_worker);
-    front_worker = nullptr;
+    set_front_worker(nullptr);
     // Every slot, not only the first `threads`: Threads may have shrunk
     // since a helper's Worker was made.
     for (Worker *&w : workers) {

@@ -14,8 +14,9 @@
 #include <vector>
 
 #include "book/book.h"
-#include "frontend/frontend.h"
-#include "frontend/notation.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "position/notation.h"
 #include "search/search.h"
 
 using Seconds = std::chrono::duration<double>;
@@ -49,7 +50,7 @@ static double lookups_per_second(const char *book,
     auto start = std::chrono::steady_clock::now();
     for (const Position &p : positions) {
         pos = p;
-        pos.worker = front_worker;
+        pos.history = front_worker;
         found += book_probe(pos, book) != NO_MOVE;
     }
     Seconds took = std::chrono::steady_clock::now() - start;
@@ -75,10 +76,10 @@ int main(int argc, char **argv) {
     init_hash_keys();
     set_default_settings();
     set_default_status();
-    front_worker = allocate_worker();
+    set_front_worker(allocate_worker());
     front_worker->thread_id = FRONT_THREAD_ID;
     front_worker->ply = 1;
-    front_worker->position.worker = front_worker;
+    front_worker->position.history = front_worker;
     reset_move_lists(front_worker);
     // The console's listing, silenced: nothing is printed per lookup.
     settings.uci_mode = 0;

@@ -14,8 +14,9 @@
 
 #include "eval/eval.h"
 #include "eval/network.h"
-#include "frontend/frontend.h"
-#include "frontend/notation.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "position/notation.h"
 #include "search/search.h"
 
 static u32 next_random(u64 &state) {
@@ -61,7 +62,7 @@ static double network_round(Worker *w, const std::vector<Position> &positions,
     auto start = std::chrono::steady_clock::now();
     for (const Position &pos : positions) {
         w->position = pos;
-        w->position.worker = w;
+        w->position.history = w;
         w->eval.eval_ply = static_cast<u8>(ply);
         checksum += network_evaluate(w);
     }
@@ -97,7 +98,7 @@ int main(int argc, char **argv) {
     Worker *w = allocate_worker();
     if (!w) return 2;
     w->ply = 1;
-    w->position.worker = w;
+    w->position.history = w;
     reset_move_lists(w);
     std::vector<Position> positions = sample_positions(w, count);
     // One untimed round warms the caches of the tables.

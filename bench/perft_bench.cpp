@@ -4,8 +4,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "frontend/frontend.h"
-#include "frontend/notation.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "position/notation.h"
 #include "search/search.h"
 #include "tools/perft_count.h"
 
@@ -17,10 +18,10 @@ int main(int argc, char **argv) {
     init_attack_tables();
     init_hash_keys();
     set_default_settings();
-    front_worker = allocate_worker();
+    set_front_worker(allocate_worker());
     if (!front_worker) return 2;
     front_worker->ply = 1;
-    front_worker->position.worker = front_worker;
+    front_worker->position.history = front_worker;
     reset_move_lists(front_worker);
     set_fen(front_worker->position, argv[1]);
     auto start = std::chrono::steady_clock::now();

@@ -12,9 +12,10 @@
 
 #include "eval/eval.h"
 #include "eval/network.h"
-#include "frontend/frontend.h"
-#include "frontend/notation.h"
-#include "frontend/time_control.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "position/notation.h"
+#include "search/time_control.h"
 #include "search/hash.h"
 #include "search/search.h"
 #include "tools/bench.h"
@@ -27,9 +28,9 @@ static void init_engine() {
     set_default_status();
     init_eval_params();
     settings.use_nn = 0;
-    front_worker = allocate_worker();
+    set_front_worker(allocate_worker());
     front_worker->thread_id = FRONT_THREAD_ID;
-    front_worker->position.worker = front_worker;
+    front_worker->position.history = front_worker;
     reset_move_lists(front_worker);
     // As in the engine's -bench, no calibration runs first, so the node
     // totals equal those of "quillon -bench -d DEPTH".

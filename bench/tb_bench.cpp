@@ -11,10 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "frontend/frontend.h"
-#include "frontend/notation.h"
-#include "pyrrhic/tbchess.h"
-#include "pyrrhic/tbprobe.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "position/notation.h"
+#include "tablebase/tb_board.h"
+#include "tablebase/tb_probe.h"
 #include "search/search.h"
 #include "tools/train_record.h"
 
@@ -83,7 +84,7 @@ int main(int argc, char **argv) {
     set_default_settings();
     Worker *w = allocate_worker();
     if (!w) return 2;
-    w->position.worker = w;
+    w->position.history = w;
     std::vector<std::string> tables;
     for (const auto &e : fs::directory_iterator(argv[1]))
         if (e.path().extension() == ".rtbw")
@@ -131,7 +132,7 @@ int main(int argc, char **argv) {
     auto a = Clock::now();
     for (Position &p : roots) {
         w->position = p;
-        w->position.worker = w;
+        w->position.history = w;
         int wdl = 0, dtz = 0;
         u16 move = 0;
         checksum += tb_probe_root(w->position, &wdl, &dtz, &move);

@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "frontend/output.h"
+#include "core/output.h"
 #include "search/hash.h"
 #include "test_support.h"
 

@@ -91,9 +91,9 @@ struct Snapshot {
 Snapshot snap(const Position &pos) {
     Snapshot s;
     std::memcpy(s.bytes, &pos, sizeof pos);
-    s.hist_index = pos.worker->hist_index;
-    s.ply = pos.worker->ply;
-    s.last_move = pos.worker->last_move;
+    s.hist_index = pos.history->hist_index;
+    s.ply = pos.history->ply;
+    s.last_move = pos.history->last_move;
     return s;
 }
 
@@ -119,7 +119,7 @@ Snapshot snap(const Position &pos) {
             diff += "material ";
         return ::testing::AssertionFailure() << "position differs: " << diff;
     }
-    const Worker *w = pos.worker;
+    const Worker *w = worker_of(pos);
     if (w->hist_index != s.hist_index || w->ply != s.ply ||
         w->last_move != s.last_move)
         return ::testing::AssertionFailure() << "worker counters differ";
@@ -141,7 +141,7 @@ bool castling_walk_safe(const Position &pos, Move m) {
 // checks the record is back.  Returns whether the mover's king is attacked
 // after the move.
 bool check_make_unmake(Position &pos, Move m) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     Snapshot before = snap(pos);
     Position old;
     std::memcpy(&old, &pos, sizeof pos);
@@ -188,7 +188,7 @@ bool check_make_unmake(Position &pos, Move m) {
 }
 
 void check_null_move(Position &pos) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     Snapshot before = snap(pos);
     Position old = pos;
     make_null_move(pos);
@@ -317,7 +317,7 @@ TEST(MakeMove, CastlingResetsTheFiftyMoveCounter) {
 
 TEST(MakeMove, NullMoveKeepsTheFiftyMoveCounter) {
     Position &pos = test_position(START_FEN);
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     make_move(pos, parse("e2e4"));
     pos.cnt50 = 12;
     u64 pawn_key = pos.pawn_key;
@@ -339,7 +339,7 @@ TEST(MakeMove, NullMoveKeepsTheFiftyMoveCounter) {
 
 TEST(MakeMove, LastMoveFollowsTheStack) {
     Position &pos = test_position(START_FEN);
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     make_move(pos, parse("e2e4"));
     make_move(pos, parse("e7e5"));
     EXPECT_EQ(w->last_move, parse("e7e5"));
@@ -409,7 +409,7 @@ TEST(MakeMove, Chess960KingAndRookSwapSquares) {
 TEST(MakeMove, CastlingIsStoredWithTheKingsDestination) {
     // Given in the king-takes-rook form, the move is kept as e1g1.
     Position &pos = test_position("r3k2r/8/8/8/8/8/8/R3K2R w KQkq - 0 1");
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     make_move(pos, make_move_code(sq_of("e1"), sq_of("h1"), FLAG_SHORT));
     EXPECT_EQ(w->states[0].move, castle("e1", "g1", true));
     EXPECT_EQ(w->last_move, castle("e1", "g1", true));
@@ -421,7 +421,7 @@ TEST(MakeMove, CastlingIsStoredWithTheKingsDestination) {
     // Chess960: king b1 and rook a1, long castling lands on c1.
     Position &p2 = test_position("4k3/8/8/8/8/8/8/RK5R w HA - 0 1");
     make_move(p2, make_move_code(sq_of("b1"), sq_of("a1"), FLAG_LONG));
-    EXPECT_EQ(p2.worker->states[0].move, castle("b1", "c1", false));
+    EXPECT_EQ(p2.history->states[0].move, castle("b1", "c1", false));
     EXPECT_EQ(p2.board[sq_of("c1")], make_piece(KING, WHITE));
     EXPECT_EQ(p2.board[sq_of("d1")], make_piece(ROOK, WHITE));
     EXPECT_EQ(p2.castle_rights, 0);
@@ -451,7 +451,7 @@ TEST(MakeMove, Promotions) {
     EXPECT_EQ(pos.board[sq_of("a8")], make_piece(KNIGHT, WHITE));
     EXPECT_EQ(pos.material_sig[BLACK], 0u);
     EXPECT_EQ(pos.piece_points[BLACK], 0);
-    EXPECT_EQ(pos.worker->states[0].captured_type, ROOK);
+    EXPECT_EQ(pos.history->states[0].captured_type, ROOK);
     EXPECT_EQ(recount_errors(pos), "");
     unmake_move(pos);
     EXPECT_TRUE(same_as(pos, before));
@@ -465,7 +465,7 @@ TEST(MakeMove, EnPassant) {
     EXPECT_EQ(pos.board[sq_of("d6")], make_piece(PAWN, WHITE));
     EXPECT_EQ(pos.material_sig[BLACK], 0u);
     // The undo record knows the capture only through the en-passant square.
-    EXPECT_EQ(pos.worker->states[0].captured_type, 0);
+    EXPECT_EQ(pos.history->states[0].captured_type, 0);
     EXPECT_EQ(recount_errors(pos), "");
     unmake_move(pos);
     EXPECT_TRUE(same_as(pos, before));
@@ -728,7 +728,7 @@ TEST(Playouts, IncrementalFieldsAndLegalityAlongRandomGames) {
 // legal_move, make_move and unmake_move.  With `exact`, every unmake must
 // restore the record byte for byte.
 void walk_all(Position &pos, int depth, bool exact, long &nodes) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     generate_all(pos);
     std::vector<Move> moves;
     for (MoveEntry *e = w->plies[w->ply].list_start; e->move != END_OF_LIST;
@@ -883,7 +883,7 @@ TEST(BadInput, EnPassantSquaresThatCannotBe) {
         int ep = pos.ep_sq;
         generate_all(pos);
         std::vector<Move> moves;
-        for (MoveEntry *e = pos.worker->plies[pos.worker->ply].list_start;
+        for (MoveEntry *e = worker_of(pos)->plies[pos.history->ply].list_start;
              e->move != END_OF_LIST; e++)
             moves.push_back(e->move);
         for (Move m : moves) {

@@ -437,7 +437,7 @@ TEST(Legality, CapturedCheckerNoLongerAttacks) {
 
 TEST(GenerateAll, ConcatenatesTheGeneratorsAndSetsListPointers) {
     Position &pos = test_position("r3k2r/1P6/4P3/8/8/8/8/R3K2R w KQkq - 0 1");
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     ASSERT_EQ(w->ply, 1);
     MoveEntry *start = w->plies[1].list_start;
     for (int i = 0; i < 300; i++) start[i].score = SCORE_MARK;

@@ -1,7 +1,7 @@
 // The trainer: stored weights that load back exactly, samples that carry
 // the engine's own features, a loss that falls, and a written net that the
 // engine evaluates as the float model does.
-#include "tools/ttune/net_trainer.h"
+#include "tools/tuner/net_trainer.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

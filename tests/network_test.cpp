@@ -17,8 +17,8 @@
 #include <string>
 #include <vector>
 
+#include "core/output.h"
 #include "frontend/options.h"
-#include "frontend/output.h"
 #include "net_files.h"
 #include "playout_support.h"
 #include "test_support.h"

@@ -116,7 +116,7 @@ TEST_F(NotationTest, SquareNames) {
 
 TEST_F(NotationTest, StartPosition) {
     Position &pos = test_position(START_FEN);
-    EXPECT_EQ(pos.worker, front_worker);
+    EXPECT_EQ(pos.history, front_worker);
     EXPECT_EQ(pos.side, WHITE);
     EXPECT_EQ(pos.king_sq[WHITE], sq("e1"));
     EXPECT_EQ(pos.king_sq[BLACK], sq("e8"));

@@ -1,6 +1,6 @@
 // print_line, log_line and the log file: one file per run, pausing, a log
 // held by another engine, a log that cannot be created, and many threads.
-#include "frontend/output.h"
+#include "core/output.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

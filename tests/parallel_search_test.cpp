@@ -5,8 +5,8 @@
 
 #include <ctime>
 
-#include "frontend/time_control.h"
 #include "search/hash.h"
+#include "search/time_control.h"
 #include "test_support.h"
 #include "tools/bench.h"
 

@@ -131,7 +131,7 @@ TEST_F(PerftPickerTest, DeepPliesStayInsideTheRecords) {
     w->ply = PLY_RECORDS - 2;
     EXPECT_EQ(count(w, 2), 0u);
     w->ply = 1;
-    EXPECT_EQ(pos.worker, w);
+    EXPECT_EQ(pos.history, w);
 }
 
 }  // namespace

@@ -7,8 +7,9 @@
 #include <cstring>
 #include <string>
 
-#include "frontend/frontend.h"
-#include "frontend/notation.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "position/notation.h"
 #include "search/search.h"
 #include "tools/perft_count.h"
 
@@ -17,11 +18,11 @@ static void init_engine() {
     init_hash_keys();
     set_default_settings();
     set_default_status();
-    front_worker = allocate_worker();
+    set_front_worker(allocate_worker());
     if (!front_worker) std::exit(2);
     front_worker->thread_id = FRONT_THREAD_ID;
     front_worker->ply = 1;
-    front_worker->position.worker = front_worker;
+    front_worker->position.history = front_worker;
     reset_move_lists(front_worker);
 }
 

@@ -20,7 +20,7 @@ namespace {
 // when the king stands attacked after it: the full rule of chess, which
 // looks at a slider the castling rook had been shielding.
 u64 reference_count(Position &pos, int depth) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     generate_all(pos);
     u64 leaves = 0;
     for (MoveEntry *e = w->plies[w->ply].list_start; e->move != END_OF_LIST;
@@ -61,8 +61,8 @@ TEST(Perft, CountingLeavesTheStackAsItWas) {
     std::memcpy(&before, &pos, sizeof pos);
     EXPECT_EQ(perft_count(pos, 3), 97862u);
     EXPECT_EQ(std::memcmp(&before, &pos, sizeof pos), 0);
-    EXPECT_EQ(pos.worker->hist_index, 0);
-    EXPECT_EQ(pos.worker->ply, 1);
+    EXPECT_EQ(pos.history->hist_index, 0);
+    EXPECT_EQ(pos.history->ply, 1);
 }
 
 TEST(Perft, Chess960QuillonSuiteToDepth2) {

@@ -7,11 +7,11 @@
 #include <cstring>
 #include <string>
 
+#include "core/relaxed.h"
 #include "frontend/protocol.h"
-#include "frontend/relaxed.h"
-#include "frontend/strength.h"
-#include "frontend/time_control.h"
 #include "search/hash.h"
+#include "search/strength.h"
+#include "search/time_control.h"
 #include "test_support.h"
 #include "tools/bench.h"
 

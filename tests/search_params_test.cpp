@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "frontend/output.h"
+#include "core/output.h"
 #include "test_support.h"
 
 namespace {

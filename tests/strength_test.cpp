@@ -1,14 +1,14 @@
 // Playing strength as a speed: the Elo model, the speed found for a wanted
 // Elo, the fall-back when the machine is too slow for it, and the ways in.
-#include "frontend/strength.h"
+#include "search/strength.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdio>
 
-#include "frontend/time_control.h"
 #include "search/search_params.h"
+#include "search/time_control.h"
 #include "test_support.h"
 
 namespace {

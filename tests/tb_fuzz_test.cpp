@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "pyrrhic/tbprobe.h"
+#include "tablebase/tb_probe.h"
 #include "test_support.h"
 
 namespace {

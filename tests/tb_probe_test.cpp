@@ -1,5 +1,7 @@
 // WDL and DTZ of random positions of every shared table against the values
 // Debian's stockfish gives for them (tests/data/tb_oracle.txt).
+#include "tablebase/tb_probe.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -7,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "pyrrhic/tbprobe.h"
 #include "test_support.h"
 
 namespace {

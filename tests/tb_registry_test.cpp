@@ -8,7 +8,7 @@
 #include <fstream>
 #include <string>
 
-#include "pyrrhic/tbprobe.h"
+#include "tablebase/tb_probe.h"
 #include "test_support.h"
 
 namespace {

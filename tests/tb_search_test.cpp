@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "frontend/options.h"
-#include "pyrrhic/tbprobe.h"
+#include "tablebase/tb_probe.h"
 #include "test_support.h"
 
 namespace {

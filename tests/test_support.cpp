@@ -4,8 +4,8 @@
 #include <cstring>
 #include <string>
 
-#include "frontend/strength.h"
 #include "search/hash.h"
+#include "search/strength.h"
 #include "tools/bench.h"
 
 void init_engine_for_tests() {
@@ -16,10 +16,10 @@ void init_engine_for_tests() {
     set_default_settings();
     take_settings_snapshot();
     set_default_status();
-    if (!front_worker) front_worker = allocate_worker();
+    if (!front_worker) set_front_worker(allocate_worker());
     front_worker->thread_id = FRONT_THREAD_ID;
     front_worker->ply = 1;
-    front_worker->position.worker = front_worker;
+    front_worker->position.history = front_worker;
     reset_move_lists(front_worker);
     set_fen(front_worker->position, START_FEN);
 }

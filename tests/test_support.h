@@ -5,8 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "frontend/frontend.h"
-#include "frontend/notation.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "position/notation.h"
 #include "position/position.h"
 #include "search/search.h"
 

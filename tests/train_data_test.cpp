@@ -1,6 +1,6 @@
 // The self-play generator: adjudication, the rules that end a game, games
 // whose records replay to legal positions, and determinism.
-#include "tools/ttune/train_data.h"
+#include "tools/tuner/train_data.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "eval/network.h"
-#include "frontend/notation.h"
+#include "position/notation.h"
 #include "search/hash.h"
 #include "test_support.h"
 

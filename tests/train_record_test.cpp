@@ -8,7 +8,7 @@
 #include <random>
 #include <string>
 
-#include "frontend/notation.h"
+#include "position/notation.h"
 #include "test_support.h"
 
 namespace {

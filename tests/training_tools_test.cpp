@@ -10,10 +10,11 @@
 #include <random>
 #include <string>
 
+#include "core/settings.h"
+#include "core/status.h"
 #include "engine_process.h"
-#include "frontend/frontend.h"
 #include "test_support.h"
-#include "tools/training.h"
+#include "tools/train_epd.h"
 
 namespace {
 

@@ -40,9 +40,9 @@ TEST_F(WorkerTest, CopiesGamePositionAndHistory) {
     Worker *w = workers[3];
     ASSERT_NE(w, nullptr);
     EXPECT_EQ(w->thread_id, 3);
-    EXPECT_EQ(w->position.worker, w);
+    EXPECT_EQ(w->position.history, w);
     Position copy = w->position;
-    copy.worker = front_worker;
+    copy.history = front_worker;
     EXPECT_EQ(std::memcmp(&copy, &front_worker->position, sizeof copy), 0);
     EXPECT_EQ(w->hist_index, 3);
     EXPECT_EQ(w->ply, 1);

@@ -6,7 +6,7 @@
 
 #include <cstdio>
 
-#include "../position/position.h"
+#include "position/position.h"
 
 // One 16-byte record of a book file, all fields big-endian on disk.  The
 // move field is not a Move: to square in bits 0-5, from square in bits

@@ -16,11 +16,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../frontend/frontend.h"
-#include "../frontend/notation.h"
-#include "../frontend/output.h"
-#include "../search/search.h"
 #include "book.h"
+#include "core/output.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "position/notation.h"
 
 constexpr const char *BOOK_OUTPUT = "tmp_book.bin";
 constexpr int BUCKETS = 16384;
@@ -317,7 +317,7 @@ void make_book(const char *pgn_file) {
     b->result = DRAWN;
     // Movetext before the first Result tag belongs to no game: on an empty
     // board no move reads, so it ends as a dead game and adds nothing.
-    Position &pos = front_worker->position;
+    Position &pos = game_board->position;
     set_fen(pos, "8/8/8/8/8/8/8/8 w - -");
     char line[LINE_SIZE];
     while (!b->out_of_memory && std::fgets(line, sizeof line, in))

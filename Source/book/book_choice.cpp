@@ -1,9 +1,9 @@
 // Which book the think cycle asks, and the console's look at both books.
-#include "../frontend/frontend.h"
-#include "../frontend/notation.h"
-#include "../frontend/output.h"
-#include "../search/search.h"
 #include "book.h"
+#include "core/output.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "position/notation.h"
 
 // A lapsed fifty-move counter keeps every book out.
 constexpr int BOOK_CNT50_LIMIT = 100;
@@ -14,7 +14,7 @@ constexpr int BOOK_CNT50_LIMIT = 100;
 static Move probe_books(Position &pos) {
     // 1.
     if (!settings.own_book || pos.cnt50 > BOOK_CNT50_LIMIT) return NO_MOVE;
-    int ply = pos.worker ? pos.worker->hist_index : 0;
+    int ply = pos.history ? pos.history->hist_index : 0;
     // 2.
     if (ply < settings.book_depth) {
         Move m = book_probe(pos, settings.book_file);
@@ -26,7 +26,7 @@ static Move probe_books(Position &pos) {
 }
 
 Move think_book_move() {
-    Position &pos = front_worker->position;
+    Position &pos = game_board->position;
     Move m = probe_books(pos);
     if (m == NO_MOVE) return NO_MOVE;
     // 4. A book move into a repetition is left to the search.
@@ -44,7 +44,7 @@ Move think_book_move() {
 }
 
 void show_book_moves() {
-    Position &pos = front_worker->position;
+    Position &pos = game_board->position;
     book_probe(pos, settings.book_file);
     print_line("");
     book_probe(pos, settings.book2_file);

@@ -5,10 +5,11 @@
 #include <cstring>
 #include <ctime>
 
-#include "../frontend/frontend.h"
-#include "../frontend/notation.h"
-#include "../frontend/output.h"
 #include "book.h"
+#include "core/output.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "position/notation.h"
 
 u32 book_seed;
 u8 book_seed_set;

@@ -2,10 +2,9 @@
 // with its pawn, king and threat terms, the caches, and the trace.
 #pragma once
 
-#include "../position/position.h"
+#include "network.h"
 #include "params.h"
-
-struct Worker;
+#include "position/position.h"
 
 struct EvalCacheEntry {
     u64 key;
@@ -43,7 +42,7 @@ enum TraceStage {
 // the colour index of every [2] array.
 struct EvalContext {
     Position *eval_position;
-    Worker *eval_worker;
+    EvalWorker *eval_worker;
     u8 eval_ply;
     u8 trace;
     u16 same_wing;  // both kings on the same half of the files
@@ -68,11 +67,25 @@ struct EvalContext {
     i32 last_hce;  // the last hand-written score, for the trace
 };
 
+// What a thread's evaluation owns: its board, the two caches, the net's
+// sums and the counters the search's reports add up.  A search thread's
+// Worker is one of these, so the evaluation needs nothing of the search.
+struct EvalWorker : ThreadBoard {
+    EvalCacheEntry eval_cache[EVAL_CACHE_SIZE];
+    PawnCacheEntry pawn_cache[PAWN_CACHE_SIZE];
+    u64 eval_count;
+    u64 eval_hit_count;
+    u64 pawn_probe_count;
+    u64 pawn_hit_count;
+    EvalContext eval;
+    NetworkState nn;
+};
+
 // Entry of the search: centipawns for the side to move.
-i32 evaluate(Worker *worker, int side, int ply, int in_check);
+i32 evaluate(EvalWorker *worker, int side, int ply, int in_check);
 // The hand-written evaluation of the worker's position, side to move's
 // view.
-i32 hand_evaluate(Worker *worker);
+i32 hand_evaluate(EvalWorker *worker);
 
 // Pieces of the hand-written evaluation, in the order they run.
 void evaluate_pawns(EvalContext &ctx);
@@ -111,4 +124,4 @@ void kp_table_build();
 
 // Prints the breakdown of the hand-written evaluation; mode 2 adds every
 // parameter and table.
-void evaluation_trace(Worker *worker, int mode);
+void evaluation_trace(EvalWorker *worker, int mode);

@@ -3,9 +3,10 @@
 // the fifty-move damping.
 #include <algorithm>
 
-#include "../frontend/frontend.h"
-#include "../frontend/relaxed.h"
-#include "../search/search.h"
+#include "core/relaxed.h"
+#include "core/score.h"
+#include "core/settings.h"
+#include "core/status.h"
 #include "eval.h"
 #include "network.h"
 
@@ -120,7 +121,7 @@ static i32 contempt_for(const Position &pos, int side) {
     return side == status.root_side ? c : -c;
 }
 
-i32 evaluate(Worker *worker, int side, int ply, int in_check) {
+i32 evaluate(EvalWorker *worker, int side, int ply, int in_check) {
     Position &pos = worker->position;
     EvalContext &ctx = worker->eval;
     // 1.
@@ -129,7 +130,7 @@ i32 evaluate(Worker *worker, int side, int ply, int in_check) {
     ctx.eval_worker = worker;
     relaxed_increment(worker->eval_count);
     // 2. The caller knows a position in check is not to be judged.
-    if (in_check) return ply - 10000;
+    if (in_check) return ply - MATE_SCORE;
     // 3., 4.
     i32 score;
     if (endgame_shortcut(pos, side, score)) return score;
@@ -153,7 +154,7 @@ i32 evaluate(Worker *worker, int side, int ply, int in_check) {
         entry.hce_score = static_cast<i16>(score);
     }
     // 7.
-    if (front_worker && front_worker->hist_index > 4 &&
+    if (game_board && game_board->hist_index > 4 &&
         !(load_state() & STATE_BENCH))
         score += contempt_for(pos, side);
     // 8.

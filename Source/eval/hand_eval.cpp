@@ -3,7 +3,6 @@
 // the scale factor that pulls drawish endings toward zero.
 #include <cstring>
 
-#include "../search/search.h"
 #include "eval.h"
 
 constexpr u64 FILE_A = 0x0101010101010101ULL;
@@ -31,7 +30,7 @@ static u8 mirror_of(int k, int c) {
 }
 
 // 1. Everything the terms read, rebuilt from the position.
-static void set_up_context(Worker *worker) {
+static void set_up_context(EvalWorker *worker) {
     EvalContext &ctx = worker->eval;
     const Position &pos = worker->position;
     ctx.eval_position = &worker->position;
@@ -129,7 +128,7 @@ static f32 scale_factor(const Position &pos, int raw) {
     return sf;
 }
 
-i32 hand_evaluate(Worker *worker) {
+i32 hand_evaluate(EvalWorker *worker) {
     EvalContext &ctx = worker->eval;
     const Position &pos = worker->position;
     // 1.

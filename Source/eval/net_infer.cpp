@@ -7,11 +7,13 @@
 #include <cstring>
 #include <ctime>
 
-#include "../frontend/frontend.h"
-#include "../frontend/output.h"
-#include "../frontend/relaxed.h"
-#include "../frontend/spinlock.h"
-#include "../search/search.h"
+#include "core/output.h"
+#include "core/relaxed.h"
+#include "core/score.h"
+#include "core/settings.h"
+#include "core/spinlock.h"
+#include "core/status.h"
+#include "eval.h"
 #include "network.h"
 
 // Beyond this the net claims a decided game; mates and tablebase wins
@@ -25,7 +27,7 @@ static T *zeroed(int64_t count) {
     return static_cast<T *>(std::calloc(count > 0 ? count : 1, sizeof(T)));
 }
 
-void release_network_state(Worker *worker) {
+void release_network_state(EvalWorker *worker) {
     NetworkState &s = worker->nn;
     for (Accumulator *acc : s.accumulators) {
         if (acc) std::free(acc->values);
@@ -39,7 +41,7 @@ void release_network_state(Worker *worker) {
 
 // Buffers sized for the current net.  A Worker made for a net of another
 // shape starts over with fresh ones.
-static bool set_up_network_state(Worker *worker) {
+static bool set_up_network_state(EvalWorker *worker) {
     NetworkState &s = worker->nn;
     const NetworkDescriptor &n = network;
     if (s.accumulators[0] && s.made_inputs == n.inputs &&
@@ -71,7 +73,7 @@ static bool set_up_network_state(Worker *worker) {
     return true;
 }
 
-void fix_network_noise(Worker *worker, u32 seed) {
+void fix_network_noise(EvalWorker *worker, u32 seed) {
     if (network_ready() && set_up_network_state(worker))
         worker->nn.noise_seed = seed;
 }
@@ -112,7 +114,7 @@ static void start_changes(const NetworkState &s, RowUpdate &u) {
     for (int i = 0; i < s.feature_count; i++) u.came[i] = row_of(s.features[i]);
 }
 
-static void first_layer(Worker *worker, const Position &pos) {
+static void first_layer(EvalWorker *worker, const Position &pos) {
     NetworkState &s = worker->nn;
     Accumulator &acc = *s.accumulators[pos.side & 1];
     u64 occupied = occupied_squares(pos);
@@ -187,7 +189,7 @@ i32 network_score(i32 dot, int width, u32 noise, bool add_noise,
     return static_cast<i32>(std::log(1.0 / p - 1.0) * -166.6666717529297);
 }
 
-i32 network_evaluate(Worker *worker) {
+i32 network_evaluate(EvalWorker *worker) {
     Position &pos = worker->position;
     NetworkState &s = worker->nn;
     worker->eval.eval_position = &pos;
@@ -196,7 +198,7 @@ i32 network_evaluate(Worker *worker) {
     if (!network_ready()) return 0;
     if (!set_up_network_state(worker)) {
         print_line("error initializing NN!");
-        return -10001;
+        return -INFINITE_SCORE;
     }
     s.feature_count = static_cast<i16>(
         network_features(pos, network.inputs_piece, network.inputs_extra,
@@ -218,8 +220,8 @@ i32 network_evaluate(Worker *worker) {
             network.layer2_weights + int64_t{s.output_bucket} * width,
             s.working_accumulator, width);
     }
-    bool add_noise = relaxed_load(settings.noise) != 0.0f && front_worker &&
-                     front_worker->hist_index > 1;
+    bool add_noise = relaxed_load(settings.noise) != 0.0f && game_board &&
+                     game_board->hist_index > 1;
     u32 noise = static_cast<u32>(pos.key) ^ s.noise_seed;
     return network_score(dot, width, noise, add_noise, s.net_probability);
 }

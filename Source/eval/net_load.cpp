@@ -6,8 +6,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../frontend/frontend.h"
-#include "../frontend/output.h"
+#include "core/output.h"
+#include "core/settings.h"
+#include "core/status.h"
 #include "network.h"
 
 NetworkDescriptor network;

@@ -4,9 +4,9 @@
 
 #include <cstdio>
 
-#include "../position/position.h"
+#include "position/position.h"
 
-struct Worker;
+struct EvalWorker;
 
 // The header of a net file and of the built-in block: seven 16-bit words
 // and a 32-bit weight count, little-endian, then the stored weights.
@@ -115,14 +115,14 @@ void forget_network_reload();
 
 // One forward pass on the worker's position: -1919..1919 for the side to
 // move, 0 when no net is loaded, -10001 when the buffers can't be made.
-i32 network_evaluate(Worker *worker);
+i32 network_evaluate(EvalWorker *worker);
 // Frees a Worker's network buffers and clears its state.
-void release_network_state(Worker *worker);
+void release_network_state(EvalWorker *worker);
 // Makes the Worker's buffers now and puts `seed` in place of the draw from
 // the clock, so that a run which must repeat (self-play) gets the same
 // evaluation noise every time.  Nothing happens when no net is loaded (its
 // noise never enters a score then).
-void fix_network_noise(Worker *worker, u32 seed);
+void fix_network_noise(EvalWorker *worker, u32 seed);
 
 // The active features of a position from the side to move's view; the
 // result is their number.  Sets `wing_flag`.

@@ -2,7 +2,7 @@
 // evaluation is a midgame and an endgame value in one global table.
 #pragma once
 
-#include "../position/position.h"
+#include "position/position.h"
 
 // A midgame and an endgame value in one signed word: midgame in the low
 // 16 bits, endgame above, so one addition adds both.  The endgame half is

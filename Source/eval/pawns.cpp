@@ -1,9 +1,9 @@
 // Pawn structure: the pawn sets the other terms lean on, the structure
 // score (kept in the per-thread pawn cache), and the passed and candidate
 // pawn terms, which wait until every attack map is complete.
-#include "../frontend/relaxed.h"
-#include "../search/search.h"
+#include "core/relaxed.h"
 #include "eval.h"
+#include "position/see.h"
 
 constexpr u64 FILE_A = 0x0101010101010101ULL;
 constexpr u64 FILE_H = 0x8080808080808080ULL;
@@ -161,7 +161,7 @@ static u64 pawn_cache_key(const EvalContext &ctx) {
 // move choice at the top.
 static void add_cached_terms(EvalContext &ctx, const PawnSpans &s, u64 white,
                              u64 black) {
-    Worker &worker = *ctx.eval_worker;
+    EvalWorker &worker = *ctx.eval_worker;
     u64 key = pawn_cache_key(ctx);
     PawnCacheEntry &entry = worker.pawn_cache[key & PAWN_CACHE_MASK];
     relaxed_increment(worker.pawn_probe_count);

@@ -4,10 +4,9 @@
 #include <cstdio>
 #include <cstring>
 
-#include "../frontend/notation.h"
-#include "../search/search.h"
 #include "eval.h"
 #include "network.h"
+#include "position/notation.h"
 
 static constexpr const char *STAGE_LABELS[TRACE_STAGES] = {
     "pawns:", "knights:", "bishops:", "rooks:",  "queens:",
@@ -107,7 +106,7 @@ static void print_parameters() {
     print_pst("King ", param.pst_k);
 }
 
-void evaluation_trace(Worker *worker, int mode) {
+void evaluation_trace(EvalWorker *worker, int mode) {
     EvalContext &ctx = worker->eval;
     const Position &pos = worker->position;
     // The search keeps no last quiescence score yet.

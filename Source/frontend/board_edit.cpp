@@ -5,10 +5,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "../search/search.h"
 #include "console.h"
-#include "notation.h"
+#include "position/notation.h"
 #include "protocol.h"
+#include "search/search.h"
 
 constexpr int EDIT_LINE = 78;
 

@@ -3,11 +3,11 @@
 #include <cstdio>
 #include <cstring>
 
-#include "../eval/eval.h"
-#include "../search/search.h"
 #include "console.h"
-#include "notation.h"
-#include "output.h"
+#include "core/output.h"
+#include "eval/eval.h"
+#include "position/notation.h"
+#include "search/search.h"
 
 static char piece_mark(int piece) {
     // Black pawns read as 'o' so they stand out from the empty squares.

@@ -9,13 +9,13 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../book/book.h"
-#include "../search/hash.h"
-#include "../search/search.h"
-#include "../search/search_params.h"
-#include "notation.h"
-#include "output.h"
+#include "book/book.h"
+#include "core/output.h"
+#include "position/notation.h"
 #include "protocol.h"
+#include "search/hash.h"
+#include "search/search.h"
+#include "search/search_params.h"
 
 u8 engine_moves;
 u8 self_play;

@@ -3,7 +3,7 @@
 // games, edits positions and looks inside the evaluation.
 #pragma once
 
-#include "../position/position.h"
+#include "position/position.h"
 
 // Set by `mv`: the finish of a search makes the engine's move on the game,
 // and stays set, so the next search in the console plays its move too.

@@ -1,8 +1,8 @@
 // The console's game: the front Worker's position with its undo records.
 // A record keeps the move made from it, so the moves above the current ply
 // stay there after an undo and serve as the redo chain.
-#include "../search/search.h"
 #include "console.h"
+#include "search/search.h"
 
 // The game's moves are made at search ply 1, where the move lists start.
 static void keep_root_ply() { front_worker->ply = 1; }

@@ -4,9 +4,10 @@
 #include <cstring>
 
 #include "console.h"
-#include "frontend.h"
-#include "output.h"
-#include "strength.h"
+#include "core/output.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "search/strength.h"
 
 static bool is(const char *word, const char *name) {
     return std::strcmp(word, name) == 0;

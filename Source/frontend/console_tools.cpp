@@ -3,12 +3,12 @@
 #include <cstdio>
 #include <cstring>
 
-#include "../search/hash.h"
-#include "../search/search.h"
 #include "console.h"
-#include "notation.h"
-#include "output.h"
-#include "time_control.h"
+#include "core/output.h"
+#include "position/notation.h"
+#include "search/hash.h"
+#include "search/search.h"
+#include "search/time_control.h"
 
 constexpr int EPD_LINE = 256;
 constexpr int PERFT_DEPTH_LIMIT = 20;

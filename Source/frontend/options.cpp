@@ -9,12 +9,13 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../eval/network.h"
-#include "../pyrrhic/tbprobe.h"
-#include "../search/hash.h"
-#include "frontend.h"
-#include "output.h"
-#include "relaxed.h"
+#include "core/output.h"
+#include "core/relaxed.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "eval/network.h"
+#include "search/hash.h"
+#include "tablebase/tb_probe.h"
 
 // Any state bit, a request included, means a search is on or about to
 // start: options that touch the hash table, the thread count or the whole

@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "../search/search.h"
 #include "console.h"
-#include "notation.h"
-#include "output.h"
+#include "core/output.h"
+#include "position/notation.h"
+#include "search/search.h"
 
 constexpr int PGN_LINE = 1024;
 constexpr int MOVE_TOKEN = 32;

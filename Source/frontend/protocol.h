@@ -2,7 +2,9 @@
 // blocking, the UCI commands, and the main thread's think cycle.
 #pragma once
 
-#include "frontend.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "position/position.h"
 
 // Whether the end of standard input counts as quit.  A front end that
 // closes its pipe has gone away; a tool run with no input attached has
@@ -23,8 +25,6 @@ void uci_command(char *line);
 void think_cycle();
 // Ends a running search and waits until its thread is done.
 void kill_search();
-// Measures this machine's search speed for the strength limit.
-void calibrate();
 // The move a finished search answers with: its best move, or, when it
 // was stopped before it had one, the first legal move of its root order;
 // 0 only when the side to move has no legal move.

@@ -11,7 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "strength.h"
+#include "search/strength.h"
 
 // The training records -prune_nn reads when the line names none.
 constexpr const char *PRUNE_RECORDS = "tune/recent.bin";

@@ -2,7 +2,8 @@
 // mode, and the hash size a small command-line search gets.
 #pragma once
 
-#include "frontend.h"
+#include "core/settings.h"
+#include "core/status.h"
 
 // Run modes; the last switch on the line that sets one wins.
 constexpr i32 MODE_THINK = 1;  // calibration, then the think cycle

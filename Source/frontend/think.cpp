@@ -5,15 +5,15 @@
 #include <cstdio>
 #include <cstring>
 
-#include "../book/book.h"
-#include "../search/hash.h"
-#include "../search/search.h"
+#include "book/book.h"
 #include "console.h"
-#include "notation.h"
-#include "output.h"
+#include "core/output.h"
+#include "core/relaxed.h"
+#include "position/notation.h"
 #include "protocol.h"
-#include "relaxed.h"
-#include "time_control.h"
+#include "search/hash.h"
+#include "search/search.h"
+#include "search/time_control.h"
 
 constexpr f32 NEVER_PRINT = 9999.0f;
 

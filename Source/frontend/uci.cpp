@@ -4,14 +4,14 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../search/hash.h"
-#include "../search/search.h"
-#include "../search/search_params.h"
-#include "notation.h"
+#include "core/output.h"
+#include "core/relaxed.h"
 #include "options.h"
-#include "output.h"
+#include "position/notation.h"
 #include "protocol.h"
-#include "relaxed.h"
+#include "search/hash.h"
+#include "search/search.h"
+#include "search/search_params.h"
 
 static int debug_commands = 1;
 
@@ -151,7 +151,7 @@ static void play_token(Position &pos, const char *token) {
         default:
             break;
     }
-    trim_game_history(pos.worker);
+    trim_game_history(worker_of(pos));
     make_move(pos, move);
 }
 

@@ -1,5 +1,5 @@
-// The attack tables, built once at start before anything else runs, and the
-// attack test of a square.
+// The attack tables, built once at start before anything else runs, the
+// attack test of a square, and which piece attacks a square first.
 #include "position.h"
 
 u64 pawn_attacks[2][65];
@@ -105,4 +105,37 @@ int square_attacked(const Position &pos, int sq, int by_colour) {
          b = clear_first_bit(b))
         if (!(between[first_bit(b)][sq] & occupied)) return 1;
     return 0;
+}
+
+// The first attacker of `sq` among the pieces of `side` in `candidates`,
+// least valuable kind first, lowest square first within a kind; lines are
+// blocked by `occupancy`.
+static int first_attacker(const Position &pos, int sq, int side, u64 occupancy,
+                          u64 candidates) {
+    const u64 *pieces = pos.bitboards[side];
+    u64 b = pawn_attacks[side ^ 1][sq] & pieces[PAWN] & candidates;
+    if (b) return first_bit(b);
+    b = knight_attacks[sq] & pieces[KNIGHT] & candidates;
+    if (b) return first_bit(b);
+    // A slider's attack set from `sq` holds exactly the squares with nothing
+    // in between, whether or not the square itself is still occupied.
+    u64 diagonal = bishop_attacks(sq, occupancy);
+    b = diagonal & pieces[BISHOP] & candidates;
+    if (b) return first_bit(b);
+    u64 straight = rook_attacks(sq, occupancy);
+    b = straight & pieces[ROOK] & candidates;
+    if (b) return first_bit(b);
+    b = (diagonal | straight) & pieces[QUEEN] & candidates;
+    if (b) return first_bit(b);
+    b = king_attacks[sq] & pieces[KING] & candidates;
+    if (b) return first_bit(b);
+    return NO_SQUARE;
+}
+
+int find_attacker(const Position &pos, int sq, int side, u64 occupancy) {
+    return first_attacker(pos, sq, side, occupancy, ~0ULL);
+}
+
+int find_least_attacker(const Position &pos, int sq, int side, u64 occupancy) {
+    return first_attacker(pos, sq, side, occupancy, occupancy);
 }

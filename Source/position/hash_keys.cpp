@@ -1,6 +1,6 @@
 // The random keys of pieces on squares, en-passant squares and castling
 // states, and the from-scratch key computation.
-#include "../frontend/output.h"
+#include "core/output.h"
 #include "position.h"
 
 u64 hash_keys[1024];

@@ -1,5 +1,4 @@
 // The legality test of one pseudo-legal move, without making it.
-#include "../search/search.h"
 #include "position.h"
 
 // A castling king must not start on, pass or land on an attacked square.

@@ -1,7 +1,6 @@
 // Making and unmaking moves.  Every incremental field of the Position is
 // kept exact; the keys come back from the undo record instead of being
 // XORed back.
-#include "../search/search.h"
 #include "position.h"
 
 static void add_weights(Position &pos, int code) {
@@ -90,7 +89,7 @@ static void finish_pawn_move(Position &pos, int us, int from, int to, int flags,
 }
 
 void make_move(Position &pos, Move move) {
-    Worker *w = pos.worker;
+    BoardHistory *w = pos.history;
     int us = pos.side;
     int from = move_from(move), to = move_to(move), flags = move & FLAG_MASK;
     int moved = pos.board[from];
@@ -165,7 +164,7 @@ void make_move(Position &pos, Move move) {
     pos.key = (pos.key & ~SIDE_BIT[1]) + SIDE_BIT[pos.side];
 }
 
-static void restore_last_move(Worker *w) {
+static void restore_last_move(BoardHistory *w) {
     w->last_move = w->hist_index > 0 ? w->states[w->hist_index - 1].move : 0;
 }
 
@@ -180,7 +179,7 @@ static void uncastle(Position &pos, int us, int from, int to, bool is_short) {
 }
 
 void unmake_move(Position &pos) {
-    Worker *w = pos.worker;
+    BoardHistory *w = pos.history;
 
     // 1., 2.
     w->hist_index--;
@@ -229,7 +228,7 @@ void unmake_move(Position &pos) {
 // The null move passes the turn: no piece moves, the rights and the pawn
 // key stay, and the fifty-move counter is not increased.
 void make_null_move(Position &pos) {
-    Worker *w = pos.worker;
+    BoardHistory *w = pos.history;
     StateRecord &record = w->states[w->hist_index];
     w->hist_index++;
     w->ply++;
@@ -247,7 +246,7 @@ void make_null_move(Position &pos) {
 }
 
 void unmake_null_move(Position &pos) {
-    Worker *w = pos.worker;
+    BoardHistory *w = pos.history;
     w->hist_index--;
     w->ply--;
     const StateRecord &record = w->states[w->hist_index];

@@ -1,7 +1,6 @@
 // Pseudo-legal move generation in three kinds: captures, promotions, quiet
 // moves.  Boards are walked from the lowest bit up, so the order of a list
 // is fixed; it decides ties in move ordering and with them node counts.
-#include "../search/search.h"
 #include "position.h"
 
 constexpr u64 NOT_RANK_1_OR_8 = 0x00FFFFFFFFFFFF00ULL;
@@ -171,27 +170,16 @@ MoveEntry *generate_quiets(const Position &pos, int side, MoveEntry *list,
     return add_castling(pos, side, list, occupied);
 }
 
-void generate_all(Position &pos) {
-    Worker *w = pos.worker;
-    PlyRecord &record = w->plies[w->ply];
-    MoveEntry *end =
-        generate_captures(pos, pos.side, record.list_start, NO_SQUARE);
+MoveEntry *generate_full_list(const Position &pos, MoveEntry *list) {
+    MoveEntry *end = generate_captures(pos, pos.side, list, NO_SQUARE);
     end = generate_promotions(pos, pos.side, 1, end);
     end = generate_seventh_pushes(pos, pos.side, end);
-    end = generate_quiets(pos, pos.side, end, NO_SQUARE);
-    end->move = END_OF_LIST;
-    record.current = record.list_start;
-    // The lists of the next two plies start behind this one.
-    if (w->ply + 1 < PLY_RECORDS) w->plies[w->ply + 1].list_start = end + 1;
-    if (w->ply + 2 < PLY_RECORDS) w->plies[w->ply + 2].list_start = end + 2;
+    return generate_quiets(pos, pos.side, end, NO_SQUARE);
 }
 
 int legal_moves(Position &pos, Move *out) {
     MoveEntry list[MAX_MOVES];
-    MoveEntry *end = generate_captures(pos, pos.side, list, NO_SQUARE);
-    end = generate_promotions(pos, pos.side, 1, end);
-    end = generate_seventh_pushes(pos, pos.side, end);
-    end = generate_quiets(pos, pos.side, end, NO_SQUARE);
+    MoveEntry *end = generate_full_list(pos, list);
     int n = 0;
     for (MoveEntry *e = list; e < end; e++)
         if (legal_move(pos, pos.side, e->move)) out[n++] = e->move;

@@ -5,15 +5,7 @@
 #include <cstdint>
 
 #include "bits.h"
-
-using u8 = uint8_t;
-using i8 = int8_t;
-using u16 = uint16_t;
-using i16 = int16_t;
-using u32 = uint32_t;
-using i32 = int32_t;
-using u64 = uint64_t;
-using f32 = float;
+#include "core/types.h"
 
 // Squares run a1 = 0 .. h8 = 63; 64 means "no square" and indexes an
 // always-empty slot in every square table, so it never needs a test.
@@ -68,13 +60,13 @@ struct MoveEntry {
 };
 static_assert(sizeof(MoveEntry) == 6);
 
-struct Worker;
+struct BoardHistory;
 
 // Castling right index: 0 white short, 1 white long, 2 black short,
 // 3 black long; the bit value in castle_rights is 1 << index.
 struct Position {
-    Worker *worker;
-    u8 board[65];  // entry 64 stays 0
+    BoardHistory *history;  // where make_move keeps its undo records
+    u8 board[65];           // entry 64 stays 0
     u64 bitboards[2][8];
     u64 touched;
     u64 castle_mask[4];
@@ -95,7 +87,7 @@ inline u64 occupied_squares(const Position &pos) {
     return pos.bitboards[0][0] | pos.bitboards[1][0];
 }
 
-// One undo record; the stack of them sits at the head of the Worker.
+// One undo record: what a move changes that cannot be recomputed cheaply.
 struct StateRecord {
     u64 key;
     u64 pawn_key;
@@ -108,6 +100,29 @@ struct StateRecord {
 };
 
 constexpr int STATE_STACK_SIZE = 900;
+
+// The moves made on a board, game and search alike, as undo records:
+// entry hist_index is the next free one.  `ply` counts the moves made
+// since the search's root (1 there) and `last_move` is the move that led
+// here, 0 after a null move.  A search thread's Worker is one of these, so
+// the board reaches its history without knowing the search.
+struct BoardHistory {
+    StateRecord states[STATE_STACK_SIZE];
+    i16 hist_index;
+    i16 ply;
+    u16 last_move;
+};
+
+// A thread's own board: the position and the history of the moves made on
+// it.  Position.history points back at the history.
+struct ThreadBoard : BoardHistory {
+    Position position;
+};
+
+// The game's board, which the front end keeps for the whole run: other
+// layers read the length of the game from it.  Null until the entry point
+// sets it.
+extern ThreadBoard *game_board;
 
 // Attack tables, filled once by init_attack_tables.  Every square-indexed
 // table has a 65th entry for NO_SQUARE, kept 0, so that a board without a
@@ -199,6 +214,12 @@ inline u64 piece_attacks(int type, int sq, u64 occupied) {
 
 int square_attacked(const Position &pos, int sq, int by_colour);
 
+// Who attacks a square: the first piece by kind (pawn, knight, bishop,
+// rook, queen, king) and square.  The occupancy blocks lines; the "least"
+// form also ignores pieces missing from it.
+int find_attacker(const Position &pos, int sq, int side, u64 occupancy);
+int find_least_attacker(const Position &pos, int sq, int side, u64 occupancy);
+
 // Move generation (pseudo-legal); each returns the end of what it wrote.
 MoveEntry *generate_captures(const Position &pos, int side, MoveEntry *list,
                              int target);
@@ -208,9 +229,12 @@ MoveEntry *generate_seventh_pushes(const Position &pos, int side,
                                    MoveEntry *list);
 MoveEntry *generate_quiets(const Position &pos, int side, MoveEntry *list,
                            int target);
-void generate_all(Position &pos);
 // No list of one position is longer: a side has at most 16 men.
 constexpr int MAX_MOVES = 448;
+// Every pseudo-legal move of the side to move, in the order of the full
+// list: captures, promotions (under-promotions too), pushes to the seventh
+// rank, quiet moves.  Returns the end of what it wrote, unterminated.
+MoveEntry *generate_full_list(const Position &pos, MoveEntry *list);
 // The legal moves of the side to move, in generation order, written to
 // `out` (room for MAX_MOVES); the Worker's lists are left alone.
 int legal_moves(Position &pos, Move *out);
@@ -229,3 +253,8 @@ void unmake_move(Position &pos);
 void make_null_move(Position &pos);
 void unmake_null_move(Position &pos);
 void set_castling(Position &pos, const char *text);
+
+// 1 if the position is drawn by the fifty-move rule or by repetition.  `ply`
+// is the search ply (1 at the root); 0 or less asks for the front end's
+// reading.
+int is_draw(Position &pos, int ply);

@@ -12,8 +12,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../frontend/frontend.h"
-#include "../frontend/output.h"
+#include "core/output.h"
+#include "core/settings.h"
+#include "core/status.h"
 #include "search.h"
 
 HashSlot *hash_table;
@@ -265,10 +266,11 @@ void hash_store(Position &pos, int ply, int depth, Move move, int score,
     u8 type = score <= alpha  ? HASH_UPPER
               : score >= beta ? HASH_LOWER
                               : HASH_EXACT;
-    // 2. Mates count from this node; tablebase scores (9799 - ply) stay.
-    int stored = score < -9800   ? score - ply
-                 : score >= 9800 ? score + ply
-                                 : score;
+    // 2. Mates count from this node; tablebase scores (TB_WIN_VALUE - ply)
+    // stay.
+    int stored = score < -MATE_BORDER   ? score - ply
+                 : score >= MATE_BORDER ? score + ply
+                                        : score;
     // 3-5.
     u32 slot = 0;
     if (!replacement_slot(pos.key, depth, slot)) return;
@@ -310,7 +312,7 @@ static Move next_line_move(Position &pos, int index, u16 *line) {
 }
 
 void extend_pv_from_hash(Position &pos, int index, u16 *line) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     // Room in the line and in the undo stack for one more move.
     if (index < 0 || index + 1 >= PV_LENGTH) return;
     if (!w || w->hist_index < 0 || w->hist_index >= STATE_STACK_SIZE - 1)

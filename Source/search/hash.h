@@ -4,7 +4,7 @@
 // writers is seen as such and never used.
 #pragma once
 
-#include "../position/position.h"
+#include "position/position.h"
 
 // One entry as a caller holds it.  The fields lie in the order and at the
 // offsets of the table's 16 bytes (little-endian): key_high and check form

@@ -144,20 +144,24 @@ static QuietBonuses quiet_bonuses(const Worker *w, int ply) {
             5};
 }
 
-// History in 256ths of its range, 0 to 64, plus the first bonus that
-// matches.
+// A quiet move's score: its history in 256ths of the range, 0 to 64, plus
+// the first bonus that matches.
+static i16 quiet_score(const Worker *w, const QuietBonuses &bonuses,
+                       const MoveEntry &e) {
+    int score = w->history[e.moved & 15][move_to(e.move)] / 256;
+    for (int i = 0; i < bonuses.count; i++)
+        if (e.move == bonuses.move[i]) {
+            score += bonuses.bonus[i];
+            break;
+        }
+    return static_cast<i16>(score);
+}
+
 static void score_quiets(const Worker *w, int ply, MoveEntry *begin,
                          MoveEntry *end) {
     QuietBonuses bonuses = quiet_bonuses(w, ply);
-    for (MoveEntry *e = begin; e != end; e++) {
-        int score = w->history[e->moved & 15][move_to(e->move)] / 256;
-        for (int i = 0; i < bonuses.count; i++)
-            if (e->move == bonuses.move[i]) {
-                score += bonuses.bonus[i];
-                break;
-            }
-        e->score = static_cast<i16>(score);
-    }
+    for (MoveEntry *e = begin; e != end; e++)
+        e->score = quiet_score(w, bonuses, *e);
 }
 
 // Stage 5: the quiet moves behind whatever the tactical selection left.
@@ -228,7 +232,7 @@ static MoveEntry *run_stage(const Position &pos, Worker *w, int ply,
 }
 
 MoveEntry *next_move(const Position &pos) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     int ply = w->ply;
     if (ply < 0 || ply >= PLY_RECORDS) return nullptr;
     PlyRecord &record = w->plies[ply];
@@ -255,13 +259,7 @@ void order_root_moves(const Position &pos, Worker *w) {
         } else if (e->captured != 0) {
             e->score = exchange_score(pos, *e);
         } else {
-            int score = w->history[e->moved & 15][move_to(e->move)] / 256;
-            for (int i = 0; i < bonuses.count; i++)
-                if (e->move == bonuses.move[i]) {
-                    score += bonuses.bonus[i];
-                    break;
-                }
-            e->score = static_cast<i16>(score);
+            e->score = quiet_score(w, bonuses, *e);
         }
     }
 }

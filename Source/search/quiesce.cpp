@@ -31,7 +31,7 @@ static int move_gain(Position &pos, int side, const MoveEntry &e) {
 
 int search_quiesce(Position &pos, int side, int ply, int depth, int alpha,
                    int beta, int node_type, u16 *line) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     PlyRecord &record = w->plies[ply];
     // 1. Standing pat at or above beta returns beta itself.
     int e = record.static_eval;

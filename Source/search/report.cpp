@@ -3,10 +3,10 @@
 #include <cstdio>
 #include <cstring>
 
-#include "../frontend/notation.h"
-#include "../frontend/output.h"
-#include "../frontend/relaxed.h"
+#include "core/output.h"
+#include "core/relaxed.h"
 #include "hash.h"
+#include "position/notation.h"
 #include "search.h"
 
 // A line longer than its 512-byte buffer is cut by the formatted print.
@@ -40,15 +40,17 @@ void report_best(Worker *w) {
 }
 
 // A root with a tablebase outcome shows the outcome, not the search's
-// opinion; real mates stand.
+// opinion; real mates, this far out, stand.
+constexpr int REAL_MATE_BORDER = 9899;
+
 static int tablebase_score(int score) {
     switch (status.tb_result) {
         case 4:
-            return score < 9899 ? 9800 : score;
+            return score < REAL_MATE_BORDER ? MATE_BORDER : score;
         case 2:
             return 0;
         case 0:
-            return score < -9899 ? score : -9800;
+            return score < -REAL_MATE_BORDER ? score : -MATE_BORDER;
         default:
             return score;
     }
@@ -79,12 +81,15 @@ static f32 nodes_per_second(f32 elapsed) {
     return elapsed > 0.001f ? static_cast<f32>(status.nodes / elapsed) : 0.0f;
 }
 
+// From here out a score reads as a mate.
+constexpr int MATE_TEXT_BORDER = 9900;
+
 // "cp", or "mate" in moves: positive when the side to move mates.
 static void score_text(int score, char *out, size_t size) {
-    if (score > 9899)
-        std::snprintf(out, size, "mate %d", (10000 - score) / 2);
-    else if (score < -9900)
-        std::snprintf(out, size, "mate -%d", (score + 10001) / 2);
+    if (score >= MATE_TEXT_BORDER)
+        std::snprintf(out, size, "mate %d", (MATE_SCORE - score) / 2);
+    else if (score < -MATE_TEXT_BORDER)
+        std::snprintf(out, size, "mate -%d", (score + INFINITE_SCORE) / 2);
     else
         std::snprintf(out, size, "cp %d", score);
 }

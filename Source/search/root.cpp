@@ -5,11 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../frontend/relaxed.h"
-#include "../pyrrhic/tbprobe.h"
+#include "core/relaxed.h"
 #include "move_picker.h"
 #include "search.h"
 #include "search_params.h"
+#include "tablebase/tb_probe.h"
 
 // The record stacks leave room for this many game plies plus the search.
 constexpr int HISTORY_ROOM = 883;

@@ -4,11 +4,14 @@
 
 #include <atomic>
 
-#include "../eval/eval.h"
-#include "../eval/network.h"
-#include "../frontend/frontend.h"
-#include "../frontend/spinlock.h"
-#include "../position/position.h"
+#include "core/score.h"
+#include "core/settings.h"
+#include "core/spinlock.h"
+#include "core/status.h"
+#include "eval/eval.h"
+#include "eval/network.h"
+#include "position/position.h"
+#include "position/see.h"
 
 constexpr int MAX_THREADS = 160;
 constexpr int PLY_RECORDS = 82;  // index 0 above the root, 81 only cleared
@@ -42,22 +45,17 @@ struct PlyRecord {
     MoveEntry *current;
 };
 
-// All a search thread touches in the tree, in one zeroed block.
-struct Worker {
-    StateRecord states[STATE_STACK_SIZE];
+// All a search thread touches in the tree, in one zeroed block: its board
+// and history, its evaluation's caches (the EvalWorker it is), and the
+// search's own records.
+struct Worker : EvalWorker {
     PlyRecord plies[PLY_RECORDS];
     MoveEntry move_pool[MOVE_POOL_SIZE];
     i16 history[16][64];
     u16 counter_move[16][64];
     u16 counter_move2[16][64];
     u16 followup_move[16][64];
-    EvalCacheEntry eval_cache[EVAL_CACHE_SIZE];
-    PawnCacheEntry pawn_cache[PAWN_CACHE_SIZE];
-    Position position;
     u16 pv[PV_LENGTH];
-    i16 hist_index;
-    i16 ply;
-    u16 last_move;
     u8 thread_id;
     i8 iter_depth;
     u8 fail_state;
@@ -72,15 +70,15 @@ struct Worker {
     u64 node_cap;
     u64 node_count;
     u64 tb_hit_count;
-    u64 eval_count;
-    u64 eval_hit_count;
     u64 hash_probe_count;
     u64 hash_hit_count;
-    u64 pawn_probe_count;
-    u64 pawn_hit_count;
-    EvalContext eval;
-    NetworkState nn;
 };
+
+// The Worker whose board this is; every board the search works on is a
+// Worker's.
+inline Worker *worker_of(const Position &pos) {
+    return static_cast<Worker *>(pos.history);
+}
 
 extern Worker *workers[MAX_THREADS];
 // The slots are read by other threads while a helper fills its own: a
@@ -93,11 +91,12 @@ inline void publish_worker(int slot, Worker *w) {
     std::atomic_ref<Worker *>(workers[slot])
         .store(w, std::memory_order_release);
 }
+// The game's board for the whole run (game_board is the same record);
+// set_front_worker sets both.
 extern Worker *front_worker;
+void set_front_worker(Worker *worker);
 // Taken to free helper slots, and by the time check to walk them.
 extern SpinLock worker_slots_lock;
-// Guards the standard library's rand() shared by the threads.
-extern SpinLock random_lock;
 constexpr int FRONT_THREAD_ID = 160;
 
 // Allocates a zeroed Worker, or null when memory is short.
@@ -105,6 +104,9 @@ Worker *allocate_worker();
 void free_worker(Worker *worker);
 // Points plies 0 and 1 at the start of the pool, each list terminated.
 void reset_move_lists(Worker *worker);
+// All moves of the side to move, pseudo-legal, as the list of the board's
+// Worker at its current ply.
+void generate_all(Position &pos);
 int init_worker(int slot);
 // The node limit waits for a second finished iteration, and in a few
 // positions the first iterations never end: quiet checks in the capture
@@ -113,25 +115,6 @@ int init_worker(int slot);
 // stops anyway at 400 times its budget, at least 100,000 nodes.
 u64 runaway_cap(u64 nodes);
 
-// Who attacks a square: the first piece by kind (pawn, knight, bishop,
-// rook, queen, king) and square.  The occupancy blocks lines; the "least"
-// form also ignores pieces missing from it.
-int find_attacker(const Position &pos, int sq, int side, u64 occupancy);
-int find_least_attacker(const Position &pos, int sq, int side, u64 occupancy);
-
-// Exchange values by piece type, and the ranks that decide whether a
-// capture needs an exchange count at all.
-constexpr int SEE_VALUE[8] = {0, 100, 340, 340, 540, 1040, 10000, 0};
-constexpr int SEE_RANK[8] = {0, 1, 3, 3, 5, 10, 99, 0};
-
-// What `side` gains at most by taking a piece of `type` on `sq`; never
-// below 0.
-int swap_value(const Position &pos, int side, int sq, int type, u64 occupancy);
-// Exchange value of moving from `from` to `to`; from = 64 asks only what
-// stands on `to` is worth to `side`.
-int see_move(const Position &pos, int side, int from, int to);
-// 1 if the move loses no more than 70 in the exchange that follows.
-int see_safe(const Position &pos, Move move);
 // 1 if the move checks with the moved (or promoted) piece, discovered
 // checks included; the position is left as it was.
 int gives_check(Position &pos, int side, const MoveEntry &entry);
@@ -145,17 +128,6 @@ int classify_move(Position &pos, int side, const MoveEntry &entry);
 // is the side to move and `ply` the Worker's current ply.
 void perft(Worker *worker, int side, int ply, int depth);
 
-// 1 if the position is drawn by the fifty-move rule or by repetition.  `ply`
-// is the search ply (1 at the root); 0 or less asks for the front end's
-// reading.
-int is_draw(Position &pos, int ply);
-
-// Scores: centipawns for the side to move; 10001 is infinity, 10000 - ply
-// a mate given at `ply`, 9799 - ply a tablebase win.
-constexpr int INFINITE_SCORE = 10001;
-constexpr int MATE_SCORE = 10000;
-// Beyond this a score is proven, not judged.
-constexpr int PROVEN_SCORE = 9000;
 // Node types: a principal-variation node, an expected cut, an expected
 // all-node.
 constexpr int NODE_PV = 0;

@@ -112,7 +112,7 @@ static u64 likely_child_key(const Position &pos, Move move) {
 // above 0); what beats it is searched again, full window and depth.
 static int search_child(Position &pos, int side, int ply, int depth, int alpha,
                         int beta, int node_type, int r, u16 *child) {
-    PlyRecord &record = pos.worker->plies[ply];
+    PlyRecord &record = worker_of(pos)->plies[ply];
     if (record.move_count > 0 && depth > 1) {
         record.in_probe = 1;
         int v = -search_node(pos, side ^ 1, ply + 1, depth - r - 1, -alpha - 1,
@@ -129,7 +129,7 @@ static int search_child(Position &pos, int side, int ply, int depth, int alpha,
 
 int search_moves(Position &pos, int side, int ply, int depth, int alpha,
                  int beta, int node_type, u16 *line) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     PlyRecord &record = w->plies[ply];
     const int entry_alpha = alpha;
     int best = -INFINITE_SCORE;

@@ -3,12 +3,12 @@
 // move.  The move loop itself is search_moves.
 #include <algorithm>
 
-#include "../frontend/relaxed.h"
-#include "../frontend/time_control.h"
-#include "../pyrrhic/tbprobe.h"
+#include "core/relaxed.h"
 #include "hash.h"
 #include "search.h"
 #include "search_params.h"
+#include "tablebase/tb_probe.h"
+#include "time_control.h"
 
 // Margin tables end at depth 11; a depth limit raised from the console
 // reads their last entry.
@@ -39,7 +39,7 @@ struct HashVerdict {
 // Step 14: probe, take the move, and judge the score against the window.
 static HashVerdict read_hash(Position &pos, int ply, int depth, int alpha,
                              int beta, int node_type) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     PlyRecord &record = w->plies[ply];
     HashVerdict v{HASH_NOT_FOUND, false, false, false, 0};
     relaxed_increment(w->hash_probe_count);
@@ -54,9 +54,9 @@ static HashVerdict read_hash(Position &pos, int ply, int depth, int alpha,
     // Mates count from the storing node; other scores fade toward 0 as
     // the fifty-move clock has run on since they were stored.
     int s = e.score;
-    if (s < -9799)
+    if (s < -TB_WIN_VALUE)
         s += ply;
-    else if (s > 9798)
+    else if (s >= TB_WIN_VALUE)
         s -= ply;
     else if (e.cnt50 < pos.cnt50)
         s -= (pos.cnt50 - e.cnt50) * s / 256;
@@ -83,7 +83,7 @@ static HashVerdict read_hash(Position &pos, int ply, int depth, int alpha,
 static int extend(const Position &pos, int side, int ply, int depth,
                   bool in_check) {
     if (in_check) depth++;
-    const PlyRecord &parent = pos.worker->plies[ply - 1];
+    const PlyRecord &parent = worker_of(pos)->plies[ply - 1];
     if (pos.piece_points[side] == 0 && (parent.current->captured & 6))
         depth++;
     else if ((parent.move_flags & 32) && depth <= 2)
@@ -124,7 +124,7 @@ static bool static_null_cut(const Position &pos, int side, int t, int beta) {
 // Step 22: the null move, made in place in this ply's list.
 static int try_null_move(Position &pos, int side, int ply, int depth, int alpha,
                          int beta, u16 *line) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     PlyRecord &record = w->plies[ply];
     int r = depth <= 9 ? std::min(4, depth) - 1
                        : (pos.piece_points[side] >= 6 ? 4 : 3);
@@ -147,8 +147,8 @@ static int try_null_move(Position &pos, int side, int ply, int depth, int alpha,
 // Step 15 for a tablebase answer: a proven result narrows the window, or
 // settles the node when it is exact.  True when the node returns `out`.
 static bool tablebase_window(int t, int &alpha, int &beta, int &out) {
-    if (t > alpha && alpha >= -8999) {
-        if (t < beta && beta <= 8999) {
+    if (t > alpha && alpha > -PROVEN_SCORE) {
+        if (t < beta && beta < PROVEN_SCORE) {
             out = t;
             return true;
         }
@@ -157,7 +157,7 @@ static bool tablebase_window(int t, int &alpha, int &beta, int &out) {
             out = alpha;
             return true;
         }
-    } else if (t < beta && beta <= 8999) {
+    } else if (t < beta && beta < PROVEN_SCORE) {
         beta = t;
         if (beta <= alpha) {
             out = alpha;
@@ -171,7 +171,7 @@ static bool tablebase_window(int t, int &alpha, int &beta, int &out) {
 static int prune_and_search(Position &pos, int side, int ply, int depth,
                             int alpha, int beta, int node_type, u16 *line,
                             const HashVerdict &hash, int t) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     PlyRecord &record = w->plies[ply];
     // 19. Razoring: a capture search decides a hopeless node.
     if (depth <= FP_depth && t <= alpha - FP_margin[margin_index(depth)] &&
@@ -213,7 +213,7 @@ static int prune_and_search(Position &pos, int side, int ply, int depth,
 
 int search_node(Position &pos, int side, int ply, int depth, int alpha,
                 int beta, int node_type, u16 *line) {
-    Worker *w = pos.worker;
+    Worker *w = worker_of(pos);
     // 1.
     relaxed_increment(w->node_count);
     // 2.
@@ -280,7 +280,7 @@ int search_node(Position &pos, int side, int ply, int depth, int alpha,
         t = evaluate(w, side, ply, in_check);
     } else {
         relaxed_increment(w->tb_hit_count);
-        t = tb == 0 ? ply - 9800 : tb == 4 ? 9799 - ply : 0;
+        t = tb == 0 ? TB_LOSS_VALUE + ply : tb == 4 ? TB_WIN_VALUE - ply : 0;
         int out = 0;
         if (tablebase_window(t, alpha, beta, out)) return out;
         // The evaluation runs all the same; its value is not used.

@@ -7,10 +7,11 @@
 #include <cmath>
 #include <cstdio>
 
-#include "../frontend/frontend.h"
-#include "../frontend/output.h"
-#include "../frontend/relaxed.h"
-#include "../frontend/spinlock.h"
+#include "core/output.h"
+#include "core/relaxed.h"
+#include "core/settings.h"
+#include "core/spinlock.h"
+#include "core/status.h"
 
 i16 FP_depth;
 i16 SEP_depth;

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "../position/position.h"
+#include "position/position.h"
 
 // Entries of each margin table, indexed by depth 0 .. 11.
 constexpr int MARGIN_DEPTHS = 12;

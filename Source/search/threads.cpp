@@ -6,9 +6,9 @@
 
 #include <cstdlib>
 
-#include "../frontend/relaxed.h"
-#include "../frontend/time_control.h"
+#include "core/relaxed.h"
 #include "search.h"
+#include "time_control.h"
 
 void *start_search(void *arg) {
     if (*static_cast<int *>(arg) == 0) {

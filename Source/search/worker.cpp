@@ -3,14 +3,19 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../frontend/frontend.h"
-#include "../frontend/relaxed.h"
-#include "../frontend/spinlock.h"
+#include "core/relaxed.h"
+#include "core/settings.h"
+#include "core/spinlock.h"
+#include "core/status.h"
 #include "search.h"
 
 Worker *workers[MAX_THREADS];
 Worker *front_worker;
-SpinLock random_lock;
+
+void set_front_worker(Worker *worker) {
+    front_worker = worker;
+    game_board = worker;
+}
 SpinLock worker_slots_lock;
 
 Worker *allocate_worker() {
@@ -36,6 +41,19 @@ void reset_move_lists(Worker *w) {
     }
 }
 
+// Every pseudo-legal move of the side to move into the list of the Worker's
+// current ply, which also places the lists of the two plies after it.
+void generate_all(Position &pos) {
+    Worker *w = worker_of(pos);
+    PlyRecord &record = w->plies[w->ply];
+    MoveEntry *end = generate_full_list(pos, record.list_start);
+    end->move = END_OF_LIST;
+    record.current = record.list_start;
+    // The lists of the next two plies start behind this one.
+    if (w->ply + 1 < PLY_RECORDS) w->plies[w->ply + 1].list_start = end + 1;
+    if (w->ply + 2 < PLY_RECORDS) w->plies[w->ply + 2].list_start = end + 2;
+}
+
 u64 runaway_cap(u64 nodes) {
     constexpr u64 FACTOR = 400, FLOOR = 100000;
     if (nodes > UINT64_MAX / FACTOR) return UINT64_MAX;
@@ -59,7 +77,7 @@ int init_worker(int slot) {
     // 3. The thread's own copy of the game position.
     w->thread_id = static_cast<u8>(slot);
     w->position = front_worker->position;
-    w->position.worker = w;
+    w->position.history = w;
 
     // 4. The game's undo records, so repetitions reach back into the game.
     int used = front_worker->hist_index;

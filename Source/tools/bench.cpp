@@ -4,13 +4,13 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "../frontend/notation.h"
-#include "../frontend/output.h"
-#include "../frontend/protocol.h"
-#include "../frontend/relaxed.h"
-#include "../frontend/time_control.h"
-#include "../search/hash.h"
-#include "../search/search.h"
+#include "core/output.h"
+#include "core/relaxed.h"
+#include "frontend/protocol.h"
+#include "position/notation.h"
+#include "search/hash.h"
+#include "search/search.h"
+#include "search/time_control.h"
 
 // Entries 3 and 9 are the same position, and the totals count it twice.
 const char *const BENCH_POSITIONS[BENCH_POSITION_COUNT] = {

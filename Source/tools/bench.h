@@ -1,7 +1,7 @@
 // The benchmark positions and the fixed-depth search the benches run.
 #pragma once
 
-#include "../position/position.h"
+#include "position/position.h"
 
 constexpr int BENCH_POSITION_COUNT = 20;
 extern const char *const BENCH_POSITIONS[BENCH_POSITION_COUNT];

@@ -4,15 +4,15 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../frontend/console.h"
-#include "../frontend/notation.h"
-#include "../frontend/output.h"
-#include "../frontend/protocol.h"
-#include "../frontend/relaxed.h"
-#include "../frontend/time_control.h"
-#include "../search/hash.h"
-#include "../search/search.h"
+#include "core/output.h"
+#include "core/relaxed.h"
 #include "epd.h"
+#include "frontend/console.h"
+#include "frontend/protocol.h"
+#include "position/notation.h"
+#include "search/hash.h"
+#include "search/search.h"
+#include "search/time_control.h"
 
 constexpr f32 NEVER_PRINT = 9999.0f;
 

@@ -4,8 +4,9 @@
 #include <filesystem>
 #include <system_error>
 
-#include "../frontend/frontend.h"
-#include "../frontend/output.h"
+#include "core/output.h"
+#include "core/settings.h"
+#include "core/status.h"
 #include "epd.h"
 
 // A failed copy is silent: the next pass reads the old file.

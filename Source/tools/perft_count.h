@@ -2,7 +2,7 @@
 // of the staged picker that the search takes its moves from.
 #pragma once
 
-#include "../position/position.h"
+#include "position/position.h"
 
 // Legal move paths of `depth` plies from the position, through the move
 // picker, the legality test and make/unmake; the last ply is counted by the

@@ -5,7 +5,7 @@
 
 #include <cstdio>
 
-#include "../position/position.h"
+#include "position/position.h"
 
 // One ply as read: the SAN text and the score of its comment.
 struct PgnMove {

@@ -3,10 +3,11 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../frontend/frontend.h"
-#include "../frontend/notation.h"
-#include "../search/search.h"
+#include "core/settings.h"
+#include "core/status.h"
 #include "pgn.h"
+#include "position/notation.h"
+#include "search/search.h"
 
 constexpr int SCORE_TEXT_LIMIT = 63;
 

@@ -9,9 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../frontend/frontend.h"
-#include "../frontend/notation.h"
+#include "core/settings.h"
+#include "core/status.h"
 #include "pgn.h"
+#include "position/notation.h"
 
 constexpr int PGN_LINE_SIZE = 256;  // 255 characters and the terminator
 constexpr int COMMENT_SIZE = 1024;

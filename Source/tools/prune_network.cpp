@@ -11,14 +11,15 @@
 #include <ctime>
 #include <vector>
 
-#include "../eval/eval.h"
-#include "../eval/network.h"
-#include "../frontend/frontend.h"
-#include "../frontend/notation.h"
-#include "../frontend/output.h"
-#include "../search/search.h"
+#include "core/output.h"
+#include "core/settings.h"
+#include "core/status.h"
+#include "eval/eval.h"
+#include "eval/network.h"
+#include "position/notation.h"
+#include "search/search.h"
+#include "train_epd.h"
 #include "train_record.h"
-#include "training.h"
 
 constexpr int PRUNED_SIZE = 1536;
 

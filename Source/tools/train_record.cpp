@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstdio>
 
-#include "../frontend/notation.h"
+#include "position/notation.h"
 
 double win_probability(int score) {
     // Single-precision product, double-precision exponent.

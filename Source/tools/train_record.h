@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "../position/position.h"
+#include "position/position.h"
 
 struct TrainRecord {
     u8 board[32];      // square 2i in the low nibble of byte i, 2i+1 high
