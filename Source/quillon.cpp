@@ -97,51 +97,48 @@ static bool tuner_requested(i32 mode) {
            mode == MODE_MAKE_TRAIN_DATA || settings.use_nn == 2;
 }
 
-static void dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
+// The result of a tool that failed: silent as every file error, but a
+// script that runs the tool sees it.
+constexpr int TOOL_FAILED = 1;
+
+// Runs the mode; false when it was a tool and it failed.
+static bool dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
     switch (mode) {
         case MODE_THINK:
             calibrate();
             think_cycle();
-            break;
+            return true;
         case MODE_ANALYSE_EPD:
             end_of_input_quits = false;
-            epd_analyze(settings.input_file, 0);
-            break;
+            return epd_analyze(settings.input_file, 0);
         case MODE_MULTI_PASS_EPD:
             end_of_input_quits = false;
-            epd_multi_pass(settings.input_file);
-            break;
+            return epd_multi_pass(settings.input_file);
         case MODE_BENCH:
             run_bench(bench_inline);
-            break;
+            return true;
         case MODE_CONFIG_ONLY:
-            break;
+            return true;
         case MODE_MAKE_BOOK:
-            make_book(settings.input_file2);
-            break;
+            return make_book(settings.input_file2);
         case MODE_SCAN_PGN1:
         case MODE_SCAN_PGN1 + 1:
         case MODE_SCAN_PGN1 + 2:
         case MODE_SCAN_PGN1 + 3:
-            pgn_scan(mode - MODE_SCAN_PGN1 + 1);
-            break;
+            return pgn_scan(mode - MODE_SCAN_PGN1 + 1);
         case MODE_TRAIN_POSITIONS1:
         case MODE_TRAIN_POSITIONS2:
-            tune_make(mode == MODE_TRAIN_POSITIONS1 ? 1 : 2);
-            break;
+            return tune_make(mode == MODE_TRAIN_POSITIONS1 ? 1 : 2);
         case MODE_EPD_TO_BIN:
-            epd_to_bin();
-            break;
+            return epd_to_bin();
         case MODE_TUNE:
         case MODE_TUNE2:
         case MODE_MAKE_TRAIN_DATA:
-            run_tuner_mode(mode, argc, argv);
-            break;
+            return run_tuner_mode(mode, argc, argv);
         case MODE_PRUNE_NN:
-            prune_network();
-            break;
+            return prune_network();
         default:
-            break;
+            return true;
     }
 }
 
@@ -222,7 +219,7 @@ int engine_main(int argc, char **argv) {
     // 22. The tablebases, for play and EPD analysis.
     if (mode == MODE_THINK || mode == MODE_ANALYSE_EPD) tb_init();
     // 23. The run mode.
-    dispatch(mode, bench_inline, argc, argv);
+    bool done = dispatch(mode, bench_inline, argc, argv);
     // 24. Shutdown.
-    return shut_down(0);
+    return shut_down(done ? 0 : TOOL_FAILED);
 }

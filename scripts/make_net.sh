@@ -10,7 +10,9 @@
 # NET_NODES, NET_SEED, NET_GEN_EVAL, NET_HIDDEN, NET_TARGET, NET_LAMBDA,
 # NET_SUM_BOUND, NET_QUIET, NET_SAMPLES, NET_OUT, NET_PREVIOUS, NET_ROUNDS.
 # The new net is left in NET_OUT; it is built into ./quillon only when
-# copied over nets/quillon.nnue.
+# copied over nets/quillon.nnue.  Each step that fails stops the chain with
+# a message and a non-zero status; NET_OUT is removed before training, so
+# that a net left from an earlier run can't pass for this run's.
 set -e
 ttune=${TTUNE_EXE:-./quillon-ttune}
 engine=${EXE:-./quillon}
@@ -32,24 +34,33 @@ previous=${NET_PREVIOUS:-nets/quillon.nnue}
 rounds=${NET_ROUNDS:-50}
 shared=${QUILLON_SHARED_DIR:-../shared}
 
-mkdir -p "$(dirname "$out")"
+fail() {
+    echo "make net: $*" >&2
+    exit 1
+}
+
+mkdir -p "$(dirname "$out")" || fail "can't create the folder of $out"
 echo "== 1. self-play: $positions M positions, $threads threads, $nodes nodes a move"
 eval_switch=-use_hce
 [ "$gen_eval" = nn ] && eval_switch=-use_nn
 "$ttune" -mktraindata "$data" "$positions" -threads "$threads" -n "$nodes" \
-    -seed "$seed" $eval_switch
+    -seed "$seed" $eval_switch ||
+    fail "self-play failed (status $?): no training"
 
 echo "== 2. training: $hidden nodes, target $target, $samples M samples"
+rm -f "$out" || fail "can't remove the old $out"
 target_switch=""
 [ "$target" = hce ] && target_switch="-target hce" && lambda=1
 "$ttune" -tune "$data" "$samples" -o "$out" -hidden "$hidden" \
     -lambda "$lambda" $target_switch -sum_bound "$sum_bound" -quiet "$quiet" \
-    -mbatch 8192 -threads "$threads" -seed 1
-[ -f "$out" ] || { echo "no net written"; exit 1; }
+    -mbatch 8192 -threads "$threads" -seed 1 ||
+    fail "training failed (status $?): no net"
+[ -f "$out" ] || fail "training wrote no net"
 
 echo "== 3. evaluation speed"
 if [ -x "$build/bench/eval_bench" ]; then
-    "$build/bench/eval_bench" 4000 "$out"
+    "$build/bench/eval_bench" 4000 "$out" ||
+        fail "the evaluation bench failed (status $?) on $out"
 else
     echo "(no $build/bench/eval_bench: run make first)"
 fi
@@ -67,10 +78,22 @@ else
     old="arg=-use_hce"
     old_name=hce
 fi
+# The match's own status decides, so its output goes to a file and not
+# through a pipe, which would hide it.
+log=$(mktemp "${TMPDIR:-/tmp}/quillon_net_match_XXXXXX") ||
+    fail "can't create a file for the match's log"
+trap 'rm -f "$log"' EXIT
+status=0
 node "$match" \
     --engine cmd="$(realpath "$engine")" name=new "option.NN_File=$(realpath "$out")" \
     --engine cmd="$(realpath "$engine")" name=$old_name "$old" \
     --each option.Threads=1 option.Hash=16 --nodes 5000 --rounds "$rounds" \
     --concurrency "$threads" --openings "$shared/data/openings.epd" --seed 7 \
     --draw-adj movenumber=40 movecount=8 score=10 \
-    --resign-adj movecount=3 score=900 2>&1 | grep -E "^Score|Elo|LOS" | tail -3
+    --resign-adj movecount=3 score=900 >"$log" 2>&1 || status=$?
+if [ "$status" -ne 0 ]; then
+    tail -20 "$log" >&2
+    fail "the match failed (status $status)"
+fi
+grep -q "^Score" "$log" || fail "the match gave no result"
+grep -E "^Score|Elo|LOS" "$log" | tail -3

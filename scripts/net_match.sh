@@ -54,5 +54,11 @@ node "$shared/tools/match.mjs" \
     --concurrency "$concurrency" --openings "$shared/data/openings.epd" \
     --seed "$seed" --draw-adj movenumber=40 movecount=8 score=10 \
     --resign-adj movecount=3 score=900 --pgn "$out/net-$name-$opponent.pgn" \
-    >"$log" 2>&1
+    >"$log" 2>&1 || {
+    status=$?
+    tail -20 "$log"
+    echo "the match failed (status $status): see $log"
+    exit 1
+}
+grep -q "^Score" "$log" || { echo "the match gave no result: see $log"; exit 1; }
 grep -E "^Score|Elo|Losses" "$log" | tail -4

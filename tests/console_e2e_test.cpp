@@ -583,8 +583,8 @@ TEST_F(ConsoleE2EFuzz, RandomLines) {
             line = "set nodes 3000\n" + line;
         engine.send(line);
         if (i % 50 == 49) engine.send(".");
-        // The engine takes a line a millisecond and keeps about 5000
-        // bytes waiting; a faster writer loses lines.
+        // Paced like a person at the keyboard, so that searches run
+        // between the lines (a burst is tested on its own).
         usleep(3000);
     }
     // An edit may still be reading lines: "." ends it, then quit.

@@ -111,14 +111,15 @@ public:
     Engine &operator=(const Engine &) = delete;
     ~Engine() { kill_and_reap(); }
 
-    // Starts the binary in `dir` and waits for the calibration line, the
-    // last line of the start-up.
+    // Starts the binary (the engine unless `exe` names another) in `dir`
+    // and waits for the calibration line, the last line of the start-up.
     bool start(const std::vector<std::string> &args, const std::string &dir,
-               bool wait_for_calibration = true) {
+               bool wait_for_calibration = true,
+               const char *exe = QUILLON_EXE) {
         // A write to an engine that has ended must fail, not kill us.
         signal(SIGPIPE, SIG_IGN);
         std::vector<char *> argv;
-        argv.push_back(const_cast<char *>(QUILLON_EXE));
+        argv.push_back(const_cast<char *>(exe));
         for (const std::string &a : args)
             argv.push_back(const_cast<char *>(a.c_str()));
         argv.push_back(nullptr);
@@ -133,7 +134,7 @@ public:
             dup2(out_pipe[1], 1);
             dup2(err_pipe[1], 2);
             if (chdir(dir.c_str()) != 0) _exit(126);
-            execv(QUILLON_EXE, argv.data());
+            execv(exe, argv.data());
             _exit(127);
         }
         close(in_pipe[0]);

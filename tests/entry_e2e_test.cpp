@@ -197,9 +197,10 @@ TEST_F(EntryTest, TunerBuildStartsLikeTheEngine) {
     RunResult r = run_engine({"-mkconfig"}, dir, "", QUILLON_TTUNE_EXE);
     EXPECT_EQ(r.exit_code, 0);
     EXPECT_EQ(r.out, std::string(GREETING) + "\n" + allocated(64));
+    // Nothing to train on: a failure.
     RunResult t =
         run_engine({"-tune", "a.bin", "5"}, dir, "", QUILLON_TTUNE_EXE);
-    EXPECT_EQ(t.exit_code, 0);
+    EXPECT_EQ(t.exit_code, 1);
     EXPECT_EQ(t.out, std::string(GREETING) + "\n" + allocated(0) +
                          "can't read a.bin\nno training positions\n");
     t = run_engine({"-tune2", "a.epd", "5", "1"}, dir, "", QUILLON_TTUNE_EXE);
@@ -221,7 +222,7 @@ TEST_F(EntryTest, TrainerReadsTheDefaultDataFolder) {
         setenv("XDG_CACHE_HOME", saved.c_str(), 1);
     else
         unsetenv("XDG_CACHE_HOME");
-    EXPECT_EQ(t.exit_code, 0);
+    EXPECT_EQ(t.exit_code, 1);
     EXPECT_EQ(t.out, std::string(GREETING) + "\n" + allocated(0) +
                          "no training positions\n");
 }

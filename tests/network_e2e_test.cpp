@@ -30,7 +30,8 @@ struct UciE2ENetwork : testing::Test {
                     net_bytes(deep, random_stored(deep, 2, 4000, 500, 3000)));
     }
     void TearDown() override {
-        for (const char *name : {"/a.nnue", "/b.nnue"})
+        for (const char *name :
+             {"/a.nnue", "/b.nnue", "/cut.nnue", "/count.nnue"})
             std::remove((dir + name).c_str());
         std::remove(dir.c_str());
     }
@@ -83,6 +84,42 @@ TEST_F(UciE2ENetwork, NetFileDuringASearchWaitsForItsEnd) {
     EXPECT_EQ(engine.quit(), 0);
 }
 
+// A damaged file loads as far as it goes, and the front end is told.
+TEST_F(UciE2ENetwork, DamagedNetFilesAreReportedAndTheEngineAnswers) {
+    Shape narrow;
+    narrow.layer1 = 64;
+    std::string whole =
+        net_bytes(narrow, random_stored(narrow, 3, 4000, 3000, 3000));
+    write_bytes(dir + "/cut.nnue", whole.substr(0, whole.size() / 2));
+    std::string miscounted = whole;
+    miscounted[14] = static_cast<char>(miscounted[14] ^ 1);
+    write_bytes(dir + "/count.nnue", miscounted);
+    u32 count = static_cast<u32>(narrow.weight_count());
+    ASSERT_TRUE(engine.start({}, dir));
+    engine.send("setoption name NN_File value cut.nnue");
+    EXPECT_TRUE(engine.wait_for(
+        line_is("info string cut.nnue is cut short: it holds " +
+                std::to_string((whole.size() / 2 - 18) / 2) + " of the net's " +
+                std::to_string(count) + " weights; the rest are 0"),
+        3000))
+        << engine.transcript();
+    engine.send("position startpos moves e2e4");
+    ASSERT_TRUE(search_to_end("go depth 4"));
+    engine.send("setoption name NN_File value count.nnue");
+    EXPECT_TRUE(engine.wait_for(
+        line_is("info string count.nnue: its header gives " +
+                std::to_string(count ^ 1) + " weights, but it holds " +
+                std::to_string(count)),
+        3000))
+        << engine.transcript();
+    EXPECT_TRUE(
+        engine.wait_for(line_is("info string loaded count.nnue"), 3000));
+    ASSERT_TRUE(search_to_end("go depth 4"));
+    EXPECT_EQ(engine.quit(), 0);
+}
+
+// The process ends with result 0, as a net that can't be opened always
+// ended it.
 TEST_F(UciE2ENetwork, MissingNetFileEndsTheEngine) {
     ASSERT_TRUE(engine.start({}, dir));
     engine.send("setoption name NN_File value none.nnue");

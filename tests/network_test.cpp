@@ -657,7 +657,9 @@ TEST_F(NetworkTest, TruncatedHeaderLeavesNoNetAndTheHandEvaluationServes) {
     std::string bytes = net_bytes(Shape{}, std::vector<i16>(4));
     for (std::size_t cut = 0; cut < NET_HEADER_BYTES; cut++) {
         write_bytes(path, bytes.substr(0, cut));
-        EXPECT_EQ(load_quietly(path), "");
+        EXPECT_EQ(load_quietly(path),
+                  "info string " + path + ": its header is cut short, " +
+                      std::to_string(cut) + " of 18 bytes; no net is loaded\n");
         EXPECT_FALSE(network_ready());
     }
     std::remove(path.c_str());
@@ -670,14 +672,26 @@ TEST_F(NetworkTest, TruncatedHeaderLeavesNoNetAndTheHandEvaluationServes) {
     EXPECT_EQ(with_nn, hand_evaluate(front_worker));
 }
 
-TEST_F(NetworkTest, TruncatedWeightsLoadSilentlyWithTheRestZero) {
+// A small net's file: eight first-layer nodes, every stored weight 1000.
+Shape small_shape() {
     Shape s;
     s.layer1 = 8;
-    std::vector<i16> stored(s.weight_count(), 1000);
-    std::string bytes = net_bytes(s, stored);
+    return s;
+}
+std::vector<i16> small_stored() {
+    return std::vector<i16>(small_shape().weight_count(), 1000);
+}
+
+TEST_F(NetworkTest, TruncatedWeightsLoadWithTheRestZeroAndAWarning) {
+    Shape s = small_shape();
+    std::string bytes = net_bytes(s, small_stored());
     std::string path = temp_path("cut.bin");
     write_bytes(path, bytes.substr(0, NET_HEADER_BYTES + 2 * 100 + 1));
-    EXPECT_EQ(load_quietly(path), "");
+    // No "loaded" line: the load stops where the file does.
+    EXPECT_EQ(load_quietly(path),
+              "info string " + path + " is cut short: it holds 100 of the " +
+                  "net's " + std::to_string(s.weight_count()) +
+                  " weights; the rest are 0\n");
     std::remove(path.c_str());
     ASSERT_TRUE(network_ready());
     EXPECT_EQ(network.storage[99], 180);
@@ -685,6 +699,42 @@ TEST_F(NetworkTest, TruncatedWeightsLoadSilentlyWithTheRestZero) {
     EXPECT_EQ(network.storage[network.weight_count - 1], 0);
     test_position(START_FEN);
     EXPECT_LE(std::abs(evaluate_net(1)), 1919);
+}
+
+// The header's count is read and not used: a wrong one loads the net the
+// shape describes, and says what is wrong.
+TEST_F(NetworkTest, HeaderCountThatDisagreesWithTheLengthIsReported) {
+    Shape s = small_shape();
+    std::vector<i16> stored = small_stored();
+    std::string bytes = net_bytes(s, stored);
+    std::string path = temp_path("count.bin");
+    const std::string count = std::to_string(s.weight_count());
+    // A count too large, then too small, for a file of the right length.
+    for (u32 wrong : {static_cast<u32>(s.weight_count()) + 5, 7u}) {
+        std::string b = bytes;
+        for (int i = 0; i < 4; i++)
+            b[14 + i] = static_cast<char>((wrong >> (8 * i)) & 255);
+        write_bytes(path, b);
+        EXPECT_EQ(load_quietly(path),
+                  "info string " + path + ": its header gives " +
+                      std::to_string(wrong) + " weights, but it holds " +
+                      count + "\ninfo string loaded " + path + "\n");
+        ASSERT_TRUE(network_ready());
+        EXPECT_EQ(network.storage[s.weight_count() - 1], 180);
+    }
+    // Weights past the shape's, with a header that counts them.
+    std::vector<i16> more = stored;
+    more.resize(stored.size() + 3, 1000);
+    write_bytes(path, net_bytes(s, more));
+    EXPECT_EQ(load_quietly(path),
+              "info string " + path + ": the net's shape uses " + count +
+                  " of its " + std::to_string(more.size()) +
+                  " weights\ninfo string loaded " + path + "\n");
+    EXPECT_TRUE(network_ready());
+    // A whole file with a true count says nothing but that it loaded.
+    write_bytes(path, bytes);
+    EXPECT_EQ(load_quietly(path), "info string loaded " + path + "\n");
+    std::remove(path.c_str());
 }
 
 TEST_F(NetworkTest, AbsurdSizesAreRefusedWithoutAllocating) {

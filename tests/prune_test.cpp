@@ -125,21 +125,33 @@ TEST_F(PruneE2E, ANetOf1536OrFewerIsLeftAlone) {
     EXPECT_FALSE(std::filesystem::exists(dir + "/pruned.bin"));
 }
 
-TEST_F(PruneE2E, MissingOrBrokenRecordsWriteNothingAndEndCleanly) {
+// Nothing to prune by: the tool says what it always says, writes nothing,
+// and ends with a failure.
+TEST_F(PruneE2E, MissingOrBrokenRecordsWriteNothingAndFail) {
     Shape s;
     s.layer1 = 1536;
     write_bytes(dir + "/net.bin",
                 net_bytes(s, random_stored(s, 7, 300, 300, 0)));
     std::filesystem::remove(dir + "/recs.bin");
-    ASSERT_EQ(prune(), 0) << engine->transcript();
+    ASSERT_EQ(prune(), 1) << engine->transcript();
     EXPECT_TRUE(printed("read 0 positions from recs.bin."));
+    EXPECT_TRUE(printed("Writing pruned net to pruned.bin ..."));
     // Records of random bytes: boards that are no positions, half records.
     std::string junk;
     for (int i = 0; i < 40 * 50 + 17; i++)
         junk.push_back(static_cast<char>(i * 131 + 7));
     write_bytes(dir + "/recs.bin", junk);
+    // Some of them have both kings and are read as positions; a net of
+    // 1536 neurons needs no pruning.
     ASSERT_EQ(prune(), 0) << engine->transcript();
+    EXPECT_TRUE(printed("read 50 positions from recs.bin."));
     EXPECT_TRUE(printed("Writing pruned net to pruned.bin ..."));
+    EXPECT_FALSE(std::filesystem::exists(dir + "/pruned.bin"));
+    // Empty boards only: not one position to prune by.
+    write_bytes(dir + "/recs.bin", std::string(40 * 10, '\0'));
+    ASSERT_EQ(prune(), 1) << engine->transcript();
+    EXPECT_TRUE(printed("read 10 positions from recs.bin."));
+    EXPECT_FALSE(std::filesystem::exists(dir + "/pruned.bin"));
 }
 
 }  // namespace

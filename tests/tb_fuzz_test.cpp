@@ -118,6 +118,39 @@ TEST_F(TbFuzzTest, WrongMagicIsReportedOnceAndNeverMappedAgain) {
     unlink((dir + "/KRvK.rtbw").c_str());
 }
 
+// A table file of a table's length that is no table: the magic is wrong.
+std::string fake_table_folder(const char *tag) {
+    std::string dir = testing::TempDir() + "quillon_tbfake_" + tag + "_" +
+                      std::to_string(getpid());
+    mkdir(dir.c_str(), 0755);
+    write_file(dir + "/KRvK.rtbw", std::string(16 + 64, '\0'));
+    return dir;
+}
+
+// The error stream is not shown by a front end: under UCI the damage is
+// told on standard output as well, with the file's name; on the console
+// the error stream alone has it, as before.
+TEST_F(TbFuzzTest, CorruptionIsToldToTheFrontEndUnderUci) {
+    std::string dir = fake_table_folder("uci");
+    u8 saved_mode = settings.uci_mode;
+    for (u8 mode : {u8{1}, u8{0}}) {
+        settings.uci_mode = mode;
+        testing::internal::CaptureStdout();
+        tb_init_path(dir.c_str());
+        testing::internal::GetCapturedStdout();
+        Position &pos = test_position("8/8/8/8/8/2k5/8/K6R w - - 0 1");
+        testing::internal::CaptureStdout();
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(tb_probe_search(pos, 100), -1);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), "Corrupted table.\n");
+        EXPECT_EQ(testing::internal::GetCapturedStdout(),
+                  mode ? "info string Corrupted table KRvK.rtbw\n" : "");
+    }
+    settings.uci_mode = saved_mode;
+    unlink((dir + "/KRvK.rtbw").c_str());
+    rmdir(dir.c_str());
+}
+
 // Every thread starts on tables nobody has used yet.
 TEST(TbThreads, FirstProbesFromManyThreadsAgree) {
     testing::internal::CaptureStdout();

@@ -177,8 +177,8 @@ TEST_F(ToolsE2E, AnalysisWithItsInputClosedReadsTheWholeFile) {
     EXPECT_EQ(file_lines("analysis.epd").size(), 3u);
 }
 
-TEST_F(ToolsE2E, MissingFileEndsTheToolInSilence) {
-    ASSERT_EQ(run_tool({"-anepd", "nothing.epd"}), 0);
+TEST_F(ToolsE2E, MissingFileEndsTheToolInSilenceAndFails) {
+    ASSERT_EQ(run_tool({"-anepd", "nothing.epd"}), 1);
     EXPECT_EQ(count_matching(engine.lines(), line_starts("Analyzing")), 0);
     EXPECT_EQ(count_matching(engine.lines(), line_starts("score= ")), 0);
 }

@@ -150,7 +150,8 @@ struct TrainingToolsE2E : testing::Test {
 TEST_F(TrainingToolsE2E, MkTune1WithTheSameFileForInputAndOutputDoesNothing) {
     const std::string text = with(START, "ce 20; gr 0.5;\n");
     write_file("a.epd", text);
-    ASSERT_EQ(run_tool({"-mktune1", "a.epd", "-o", "a.epd", "-d", "2"}), 0);
+    // Nothing done is a failure of the command line.
+    ASSERT_EQ(run_tool({"-mktune1", "a.epd", "-o", "a.epd", "-d", "2"}), 1);
     EXPECT_EQ(read_file("a.epd"), text);
     EXPECT_FALSE(printed("Creating file a.epd"));
 }
@@ -248,7 +249,7 @@ TEST_F(TrainingToolsE2E, EpdToBinTakesTheTablesVerdictOverTheGames) {
 
 TEST_F(TrainingToolsE2E, EpdToBinWithoutEpdInTheNameDoesNothing) {
     write_file("set.txt", with(START, "ce 20;\n"));
-    ASSERT_EQ(run_tool({"-epd2bin", "set.txt"}), 0);
+    ASSERT_EQ(run_tool({"-epd2bin", "set.txt"}), 1);
     EXPECT_FALSE(printed("allocated 9600 Mbytes for training data."));
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir),
                             std::filesystem::directory_iterator()),

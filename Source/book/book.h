@@ -70,5 +70,6 @@ Move think_book_move();
 void show_book_moves();
 
 // -mkbook: reads the PGN collection `pgn_file` and writes "tmp_book.bin"
-// in the working directory, keyed in ascending order.
-void make_book(const char *pgn_file);
+// in the working directory, keyed in ascending order.  False when the
+// input could not be read, memory ran out or the book was not written.
+bool make_book(const char *pgn_file);

@@ -272,7 +272,8 @@ static void write_run(BookBuild &b, FILE *out, const BookNode *first,
 
 // Buckets in index order and keys in list order are keys in ascending
 // order: the file comes out sorted with no sort of the whole.
-static void write_book(BookBuild &b) {
+// False when the file could not be created or written whole.
+static bool write_book(BookBuild &b) {
     std::fputs("\nwriting book file ...", stdout);
     std::fflush(stdout);
     std::remove(BOOK_OUTPUT);
@@ -286,10 +287,15 @@ static void write_book(BookBuild &b) {
             n = end;
         }
     }
-    if (out) std::fclose(out);
+    bool ok = out != nullptr;
+    if (out) {
+        bool failed = std::ferror(out) != 0;
+        if (std::fclose(out) != 0 || failed) ok = false;
+    }
     std::printf("\nngames= %d, nmoves= %d\n", b.ngames, b.nmoves);
     std::printf("book contains %d moves\n", b.records);
     print_line("done\n");
+    return ok;
 }
 
 static void free_nodes(BookBuild &b) {
@@ -302,9 +308,9 @@ static void free_nodes(BookBuild &b) {
     }
 }
 
-void make_book(const char *pgn_file) {
+bool make_book(const char *pgn_file) {
     FILE *in = std::fopen(pgn_file, "r");
-    if (!in) return;
+    if (!in) return false;
     char text[256];
     std::snprintf(text, sizeof text,
                   " Creating file tmp_book.bin from games in %s", pgn_file);
@@ -312,7 +318,7 @@ void make_book(const char *pgn_file) {
     auto *b = static_cast<BookBuild *>(std::calloc(1, sizeof(BookBuild)));
     if (!b) {
         std::fclose(in);
-        return;
+        return false;
     }
     b->result = DRAWN;
     // Movetext before the first Result tag belongs to no game: on an empty
@@ -322,9 +328,12 @@ void make_book(const char *pgn_file) {
     char line[LINE_SIZE];
     while (!b->out_of_memory && std::fgets(line, sizeof line, in))
         read_line(*b, pos, line);
+    // A folder opens but does not read.
+    bool ok = !std::ferror(in);
     std::fclose(in);
     // A failed allocation ends the tool with nothing further written.
-    if (!b->out_of_memory) write_book(*b);
+    ok = !b->out_of_memory && write_book(*b) && ok;
     free_nodes(*b);
     std::free(b);
+    return ok;
 }

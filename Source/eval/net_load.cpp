@@ -1,7 +1,10 @@
 // Reading a net: from the block built into the executable, from a file,
 // or a fresh block for a trainer to fill.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cmath>
+#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,6 +28,16 @@ struct NetHeader {
 static void say(const char *format, const char *name) {
     char line[256];
     std::snprintf(line, sizeof line, format, name);
+    print_line(line);
+}
+
+// A damaged file still loads as far as it goes, but never in silence.
+[[gnu::format(printf, 1, 2)]] static void warn(const char *format, ...) {
+    char line[400];
+    va_list args;
+    va_start(args, format);
+    std::vsnprintf(line, sizeof line, format, args);
+    va_end(args);
     print_line(line);
 }
 
@@ -152,8 +165,42 @@ void load_network_block(const unsigned char *block, u64 size) {
     std::rand();
 }
 
+// The number of whole weights behind the header, when the file is one
+// whose length can be known (not a pipe, say).
+static bool weights_in_file(FILE *file, u64 &words) {
+    struct stat st;
+    if (fstat(fileno(file), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+    const u64 bytes = static_cast<u64>(st.st_size);
+    const u64 head = NET_HEADER_BYTES;
+    words = bytes > head ? (bytes - head) / 2 : 0;
+    return true;
+}
+
+// What the file's length says against its header and its shape.  True
+// when a warning about a file cut short was given.
+static bool warn_about_length(const char *name, u32 header_count, u64 words) {
+    const u64 needed = static_cast<u64>(network.weight_count);
+    if (words < needed) {
+        warn(
+            "info string %s is cut short: it holds %llu of the net's %llu "
+            "weights; the rest are 0",
+            name, static_cast<unsigned long long>(words),
+            static_cast<unsigned long long>(needed));
+        return true;
+    }
+    if (header_count != words)
+        warn("info string %s: its header gives %u weights, but it holds %llu",
+             name, header_count, static_cast<unsigned long long>(words));
+    else if (words > needed)
+        warn("info string %s: the net's shape uses %llu of its %llu weights",
+             name, static_cast<unsigned long long>(needed),
+             static_cast<unsigned long long>(words));
+    return false;
+}
+
 // A file: the header, then the weights.  A short header leaves no net; a
-// short block of weights leaves the rest 0 and says nothing.
+// short block of weights leaves the rest 0.  Either is reported, as is a
+// header whose weight count disagrees with the file's length.
 static void load_network_file(const char *name) {
     FILE *file = std::fopen(name, "rb");
     if (!file) {
@@ -161,11 +208,17 @@ static void load_network_file(const char *name) {
         std::exit(0);
     }
     unsigned char head[NET_HEADER_BYTES];
-    if (std::fread(head, 1, sizeof head, file) != sizeof head) {
+    std::size_t head_bytes = std::fread(head, 1, sizeof head, file);
+    if (head_bytes != sizeof head) {
+        warn(
+            "info string %s: its header is cut short, %zu of %d bytes; no "
+            "net is loaded",
+            name, head_bytes, NET_HEADER_BYTES);
         std::fclose(file);
         return;
     }
-    if (!size_network(header_of(head))) {
+    NetHeader header = header_of(head);
+    if (!size_network(header)) {
         std::fclose(file);
         return refuse(name);
     }
@@ -173,6 +226,9 @@ static void load_network_file(const char *name) {
         print_line("allocating memory for net failed!");
         std::exit(1);
     }
+    u64 words = 0;
+    bool told_short = weights_in_file(file, words) &&
+                      warn_about_length(name, header.weight_count, words);
     constexpr int CHUNK = 4096;
     unsigned char buffer[2 * CHUNK];
     for (i32 done = 0; done < network.weight_count;) {
@@ -182,6 +238,11 @@ static void load_network_file(const char *name) {
             network.storage[done + i] =
                 working_weight(static_cast<i16>(word_at(buffer + 2 * i)));
         if (static_cast<i32>(got) < want) {
+            if (!told_short)
+                warn(
+                    "info string %s is cut short: it holds %d of the net's "
+                    "%d weights; the rest are 0",
+                    name, done + static_cast<i32>(got), network.weight_count);
             std::fclose(file);
             return;
         }

@@ -271,14 +271,20 @@ static const char *split_command(const char *line, char *word) {
     return line + (offset < length ? offset : length);
 }
 
+// "CMD: " and the line, whole however long it is.
+static void log_command(const char *line) {
+    size_t size = std::strlen(line) + sizeof "CMD: ";
+    char *text = static_cast<char *>(std::malloc(size));
+    if (!text) return;
+    std::snprintf(text, size, "CMD: %s", line);
+    log_line(text);
+    std::free(text);
+}
+
 void uci_command(char *line) {
     line[std::strcspn(line, "\n")] = 0;
     if (!line[0]) return;
-    if (debug_commands) {
-        char text[5100];
-        std::snprintf(text, sizeof text, "CMD: %s", line);
-        log_line(text);
-    }
+    if (debug_commands) log_command(line);
     char word[128];
     char *rest = const_cast<char *>(split_command(line, word));
     if (!std::strcmp(word, "uci")) {

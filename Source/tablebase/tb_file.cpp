@@ -9,6 +9,9 @@
 #include <cstdlib>
 #include <string>
 
+#include "../frontend/frontend.h"
+#include "../frontend/output.h"
+#include "../frontend/relaxed.h"
 #include "tb_internal.h"
 
 EncInfo *tb_enc_info(TbEntry *entry, int type, int file, int side) {
@@ -166,6 +169,23 @@ static bool decode_table(TbEntry *entry, const u8 *base, u64 size, int type) {
     return true;
 }
 
+// The error stream is the table code's own; a front end shows only what
+// comes on standard output, so under UCI the trouble is told there too,
+// with the file's name.
+static void tell_front_end(const char *what, const std::string &name,
+                           int type) {
+    if (relaxed_load(settings.uci_mode) != 1) return;
+    char line[200];
+    std::snprintf(line, sizeof line, "info string %s %s%s", what, name.c_str(),
+                  TB_SUFFIX[type]);
+    print_line(line);
+}
+
+static void report_corrupted(const std::string &name, int type) {
+    std::fprintf(stderr, "Corrupted table.\n");
+    tell_front_end("Corrupted table", name, type);
+}
+
 // Maps the file of `type` for the entry and decodes it.  False when the
 // file is gone or damaged; the caller then disables the table.
 static bool map_table(TbEntry *entry, const TbPosition &pos, u64 key,
@@ -178,7 +198,7 @@ static bool map_table(TbEntry *entry, const TbPosition &pos, u64 key,
     // table's is a damaged table, not a mapping failure.
     if (length < 16 || length % 64 != 16) {
         ::close(fd);
-        std::fprintf(stderr, "Corrupted table.\n");
+        report_corrupted(name, type);
         return false;
     }
     void *view = mmap(nullptr, static_cast<size_t>(length), PROT_READ,
@@ -190,11 +210,12 @@ static bool map_table(TbEntry *entry, const TbPosition &pos, u64 key,
                      static_cast<unsigned long>(error));
         std::fprintf(stderr, "Could not map %s%s into memory.\n", name.c_str(),
                      TB_SUFFIX[type]);
+        tell_front_end("Could not map into memory:", name, type);
         std::exit(1);
     }
     const u8 *base = static_cast<const u8 *>(view);
     if (!decode_table(entry, base, static_cast<u64>(length), type)) {
-        std::fprintf(stderr, "Corrupted table.\n");
+        report_corrupted(name, type);
         free_decoders(entry, type);
         if (munmap(view, static_cast<size_t>(length)))
             std::fprintf(stderr, "unmap failed, error code %lu\n",

@@ -27,8 +27,9 @@ int epd_parse(const char *line, EpdFields &fields);
 // Searches each position of `path`, writing the answers to the output
 // file ("analysis.epd" unless one is set) and, with `write_children` and
 // MultiPV above 0, the positions after each good enough line to
-// "tmp_0.epd".  Closes with the summary of the tests.
-void epd_analyze(const char *path, int write_children);
+// "tmp_0.epd".  Closes with the summary of the tests.  False when a file
+// could not be opened, read or written (silently, as every file error).
+bool epd_analyze(const char *path, int write_children);
 // Starts a silent search of the front position on the search thread, as
 // the EPD tools run it (state 4, depth and stop cleared); the caller waits
 // for the finished bit.
@@ -36,4 +37,5 @@ void launch_tool_search();
 
 // -mkbook2: ten passes of the analysis, each reading the positions the
 // last one wrote, with 6, 5, 4, 4 and then 3 lines per position.
-void epd_multi_pass(const char *path);
+// False when the file could not be copied or a pass failed.
+bool epd_multi_pass(const char *path);

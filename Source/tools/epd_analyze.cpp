@@ -223,12 +223,20 @@ static void print_summary(const EpdTotals &t) {
     print_line("");
 }
 
-static void close_all(EpdFiles &files) {
-    for (FILE *f : {files.in, files.out, files.children})
-        if (f) std::fclose(f);
+// False when a file failed: a read error on the input (a folder opens but
+// reads nothing) or a write that did not reach the disk.
+static bool close_all(EpdFiles &files) {
+    bool ok = !(files.in && std::ferror(files.in));
+    for (FILE *f : {files.out, files.children}) {
+        if (!f) continue;
+        bool failed = std::ferror(f) != 0;
+        if (std::fclose(f) != 0 || failed) ok = false;
+    }
+    if (files.in) std::fclose(files.in);
+    return ok;
 }
 
-void epd_analyze(const char *path, int write_children) {
+bool epd_analyze(const char *path, int write_children) {
     // 1.
     if (!settings.output_file[0])
         std::strcpy(settings.output_file, "analysis.epd");
@@ -237,7 +245,7 @@ void epd_analyze(const char *path, int write_children) {
                    std::fopen("tmp_0.epd", "w")};
     if (!files.in || !files.out || !files.children) {
         close_all(files);
-        return;
+        return false;
     }
     // 3. - 5.
     print_text("Analyzing %s...", path);
@@ -251,5 +259,5 @@ void epd_analyze(const char *path, int write_children) {
         if (!analyze_line(line, files, write_children, totals)) break;
     // 7.
     print_summary(totals);
-    close_all(files);
+    return close_all(files);
 }

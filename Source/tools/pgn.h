@@ -32,8 +32,8 @@ constexpr int PGN_OTHER_RESULT = 2;
 // ("tmp.epd" when none is set) and "tmpX.epd".  Selector 1 writes an
 // annotated listing, 2 evaluated positions for tuning, 3 the opening
 // positions up to a clear score, 4 positions of the rook-and-pawn ending.
-// Every file error is silent.
-void pgn_scan(int selector);
+// Every file error is silent; the result is false after one.
+bool pgn_scan(int selector);
 
 // Replays one game from `start_fen` (the start position when empty) and
 // writes what the selector asks for; `written` gets the number of

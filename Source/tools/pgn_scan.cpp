@@ -201,17 +201,29 @@ static bool open_files(PgnScan &s, FILE *&in) {
     return false;
 }
 
-void pgn_scan(int selector) {
+// Closes the three files; false when the input failed to read or an
+// output failed to write.
+static bool close_files(PgnScan &s, FILE *in) {
+    bool ok = !std::ferror(in);
+    std::fclose(in);
+    for (FILE *f : {s.out, s.aux}) {
+        bool failed = std::ferror(f) != 0;
+        if (std::fclose(f) != 0 || failed) ok = false;
+    }
+    return ok;
+}
+
+bool pgn_scan(int selector) {
     // 1.
     if (!settings.output_file[0])
         std::snprintf(settings.output_file, sizeof settings.output_file,
                       "tmp.epd");
     auto *s = static_cast<PgnScan *>(std::calloc(1, sizeof(PgnScan)));
-    if (!s) return;
+    if (!s) return false;
     FILE *in = nullptr;
     if (!open_files(*s, in)) {
         std::free(s);
-        return;
+        return false;
     }
     settings.log = 0;
     s->selector = selector;
@@ -227,9 +239,8 @@ void pgn_scan(int selector) {
     // 5.
     if (s->count) emit_game(*s);
     std::fputs("\n", s->out);
-    std::fclose(in);
-    std::fclose(s->out);
-    std::fclose(s->aux);
+    bool ok = close_files(*s, in);
     std::printf("games= %d, positions= %d\n", s->ngames, s->npositions);
     std::free(s);
+    return ok;
 }

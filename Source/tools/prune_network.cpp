@@ -23,11 +23,14 @@
 
 constexpr int PRUNED_SIZE = 1536;
 
-// The records of `file`, read with one read into the one allocation.
-static u64 read_records(const char *file, TrainRecord *records) {
+// The records of `file`, read with one read into the one allocation;
+// `ok` is false when the file could not be opened or read.
+static u64 read_records(const char *file, TrainRecord *records, bool &ok) {
     FILE *in = std::fopen(file, "rb");
+    ok = in != nullptr;
     if (!in) return 0;
     u64 count = std::fread(records, sizeof(TrainRecord), TRAIN_CAPACITY, in);
+    if (std::ferror(in)) ok = false;
     std::fclose(in);
     return count;
 }
@@ -76,9 +79,9 @@ static std::vector<int> choose_neurons(std::vector<float> totals) {
 
 // 8. The chosen columns of the first and second blocks, the output block
 // and the bias words as they were, in the file layout.
-static void write_pruned(const std::vector<int> &kept) {
+static bool write_pruned(const std::vector<int> &kept) {
     FILE *f = std::fopen("pruned.bin", "wb");
-    if (!f) return;
+    if (!f) return false;
     const int n = network.layer1_size, rows2 = std::max(network.layer2_size, 8);
     put_net_header(f, {network.net_serial, network.net_kind,
                        network.inputs_piece, network.inputs_extra, PRUNED_SIZE,
@@ -91,21 +94,23 @@ static void write_pruned(const std::vector<int> &kept) {
     for (int i = 0; i < network.output_weights_count; i++)
         put(network.output_weights[i]);
     for (int i = 0; i < 8; i++) put(network.biases[i]);
-    std::fclose(f);
+    bool failed = std::ferror(f) != 0;
+    return std::fclose(f) == 0 && !failed;
 }
 
-void prune_network() {
+bool prune_network() {
     // 1.
     size_t bytes = TRAIN_CAPACITY * sizeof(TrainRecord);
     void *block = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (block == MAP_FAILED) return;
+    if (block == MAP_FAILED) return false;
     TrainRecord *records = static_cast<TrainRecord *>(block);
     std::printf("allocated %.0f Mbytes for training data.\n", 9600.0);
     std::srand(static_cast<unsigned>(std::time(nullptr)));
     // 2.
     const char *file = settings.input_file;
-    u64 count = read_records(file, records);
+    bool read_ok = false;
+    u64 count = read_records(file, records, read_ok);
     std::printf("read %d positions from %s.\n\n", static_cast<int>(count),
                 file);
     std::printf("total positions= %d\n", static_cast<int>(count));
@@ -122,8 +127,11 @@ void prune_network() {
     // 6.
     std::printf("Writing pruned net to pruned.bin ...\n");
     std::fflush(stdout);
-    if (!network_ready() || network.layer1_size <= PRUNED_SIZE) return;
+    // No usable record, or no net, is nothing to prune by; a net already
+    // of the pruned size has nothing to lose.
+    bool ok = read_ok && !totals.empty() && network_ready();
+    if (!network_ready() || network.layer1_size <= PRUNED_SIZE) return ok;
     if (totals.empty()) totals.assign(network.layer1_size, 0.0f);
     // 7., 8.
-    write_pruned(choose_neurons(totals));
+    return write_pruned(choose_neurons(totals)) && ok;
 }

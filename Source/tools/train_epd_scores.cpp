@@ -121,18 +121,19 @@ static bool tune_line(const char *line, FILE *out, int selector, int &count) {
     return write_quiet(out, f, ce, score, g);
 }
 
-void tune_make(int selector) {
-    // 1.
+bool tune_make(int selector) {
+    // 1. Writing over the input would destroy it.
     if (!settings.output_file[0])
         std::strcpy(settings.output_file, "tune_new.epd");
-    if (std::strcmp(settings.output_file, settings.input_file) == 0) return;
+    if (std::strcmp(settings.output_file, settings.input_file) == 0)
+        return false;
     // 2.
     FILE *in = std::fopen(settings.input_file, "r");
-    if (!in) return;
+    if (!in) return false;
     FILE *out = std::fopen(settings.output_file, "w");
     if (!out) {
         std::fclose(in);
-        return;
+        return false;
     }
     // 3.
     char text[200];
@@ -157,6 +158,7 @@ void tune_make(int selector) {
         std::fflush(out);
         if (written++ % 4096 == 0) std::printf(" n= %d\n", written - 1);
     }
+    bool ok = !std::ferror(in) && !std::ferror(out);
     std::fclose(in);
-    std::fclose(out);
+    return std::fclose(out) == 0 && ok;
 }

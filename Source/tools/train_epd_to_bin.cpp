@@ -73,22 +73,22 @@ static bool bin_name(const char *input, char *out, size_t size) {
     return n > 0 && static_cast<size_t>(n) < size;
 }
 
-void epd_to_bin() {
+bool epd_to_bin() {
     // 1. The tables' verdicts stand above the games' results.
     tb_init();
     if (!bin_name(settings.input_file, settings.output_file,
                   sizeof settings.output_file))
-        return;
+        return false;
     // 2. One allocation for all records; its pages are taken only as
     // records fill them.
     FILE *in = std::fopen(settings.input_file, "r");
-    if (!in) return;
+    if (!in) return false;
     size_t bytes = TRAIN_CAPACITY * sizeof(TrainRecord);
     void *block = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (block == MAP_FAILED) {
         std::fclose(in);
-        return;
+        return false;
     }
     TrainRecord *records = static_cast<TrainRecord *>(block);
     std::printf("allocated %.0f Mbytes for training data.\n", 9600.0);
@@ -100,13 +100,16 @@ void epd_to_bin() {
         if (epd_line_record(line, records[count])) count++;
     // 9.
     std::printf("read %.0f positions.\n\n", static_cast<double>(count));
+    bool ok = !std::ferror(in);
     std::fclose(in);
+    bool stored = false;
     if (FILE *out = std::fopen(settings.output_file, "wb")) {
         size_t written = std::fwrite(records, sizeof(TrainRecord), count, out);
-        std::fclose(out);
+        stored = std::fclose(out) == 0 && written == count;
         if (written == count)
             std::printf("stored %d positions in %s.\n\n",
                         static_cast<int>(count), settings.output_file);
     }
     munmap(block, bytes);
+    return ok && stored;
 }

@@ -12,5 +12,6 @@ bool tuner_mode_built(i32 mode);
 
 // Runs a tuner mode to its end on the main thread, after the whole
 // start-up.  The tuner reads switches of its own from the command line;
-// the engine's reader passes over them as unknown.
-void run_tuner_mode(i32 mode, int argc, char **argv);
+// the engine's reader passes over them as unknown.  False when the mode
+// failed (the process then ends with a non-zero status).
+bool run_tuner_mode(i32 mode, int argc, char **argv);

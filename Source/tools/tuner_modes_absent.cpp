@@ -4,4 +4,4 @@
 
 bool tuner_mode_built(i32) { return false; }
 
-void run_tuner_mode(i32, int, char **) {}
+bool run_tuner_mode(i32, int, char **) { return false; }

@@ -179,5 +179,7 @@ bool load_checkpoint(const char *file, const CheckpointRun &run,
                      AdamState &adam);
 
 // The whole mode: records from settings.input_file (a file, or a folder of
-// .bin files), the net to settings.output_file.
-void tune_network(int argc, char **argv);
+// .bin files), the net to settings.output_file.  False when there was
+// nothing to train on or the net was not written or does not load; a run
+// that stops after its -epochs with work left has not failed.
+bool tune_network(int argc, char **argv);

@@ -198,7 +198,34 @@ static void read_tuner_switches(int argc, char **argv, SelfPlaySettings &s) {
     }
 }
 
-void make_train_data(int argc, char **argv) {
+// Waits for the game processes, printing the progress every 30 seconds
+// and at the end; the number of them that did not end with status 0.
+static int wait_for_games(std::vector<pid_t> &children, const char *folder,
+                          const SelfPlaySettings &s, int threads,
+                          u64 start_positions, u64 target) {
+    double started = clock_now(), last_print = started;
+    size_t running = children.size();
+    int failed = 0;
+    while (running > 0) {
+        sleep_milliseconds(200);
+        for (pid_t &pid : children) {
+            int wstatus = 0;
+            if (pid <= 0 || waitpid(pid, &wstatus, WNOHANG) != pid) continue;
+            if (!WIFEXITED(wstatus) || WEXITSTATUS(wstatus) != 0) failed++;
+            pid = 0;
+            running--;
+        }
+        double now = clock_now();
+        if (now - last_print >= 30.0 || running == 0) {
+            print_progress_line(total_state(folder, s, threads),
+                                start_positions, target, now - started);
+            last_print = now;
+        }
+    }
+    return failed;
+}
+
+bool make_train_data(int argc, char **argv) {
     SelfPlaySettings s = default_self_play();
     read_tuner_switches(argc, argv, s);
     if (settings.max_nodes) s.nodes = settings.max_nodes;
@@ -212,7 +239,7 @@ void make_train_data(int argc, char **argv) {
     if (!make_folders(folder)) {
         print_line("can't create the data folder");
         settings.quit = 1;
-        return;
+        return false;
     }
     char text[500], labels[32] = "hand-written evaluation";
     if (s.net_tag) std::snprintf(labels, sizeof labels, "net %08x", s.net_tag);
@@ -224,6 +251,7 @@ void make_train_data(int argc, char **argv) {
     WorkerState start = total_state(folder, s, threads);
     std::vector<pid_t> children;
     pid_t parent = getpid();
+    int failed = 0;
     for (int k = 0; k < threads; k++) {
         u64 share = target / threads + (static_cast<u64>(k) < target % threads);
         pid_t pid = fork();
@@ -233,23 +261,20 @@ void make_train_data(int argc, char **argv) {
             if (getppid() != parent) _exit(1);
             _exit(run_worker(folder, s, threads, k, share));
         }
-        if (pid > 0) children.push_back(pid);
+        if (pid > 0)
+            children.push_back(pid);
+        else
+            failed++;  // its share is not made
     }
-    double started = clock_now(), last_print = started;
-    size_t running = children.size();
-    while (running > 0) {
-        sleep_milliseconds(200);
-        for (pid_t &pid : children)
-            if (pid > 0 && waitpid(pid, nullptr, WNOHANG) == pid) {
-                pid = 0;
-                running--;
-            }
-        double now = clock_now();
-        if (now - last_print >= 30.0 || running == 0) {
-            print_progress_line(total_state(folder, s, threads),
-                                start.positions, target, now - started);
-            last_print = now;
-        }
+    failed +=
+        wait_for_games(children, folder, s, threads, start.positions, target);
+    if (failed) {
+        std::snprintf(text, sizeof text,
+                      "%d of %d game processes failed: their shares are "
+                      "not complete",
+                      failed, threads);
+        print_line(text);
     }
     settings.quit = 1;
+    return failed == 0;
 }

@@ -90,5 +90,6 @@ GameOutcome play_game(const SelfPlaySettings &s, u64 index,
 void data_folder(const char *name, char *out, int size);
 
 // The whole mode: reads the tuner switches, forks one game process per
-// thread, resumes what the folder holds and prints the progress.
-void make_train_data(int argc, char **argv);
+// thread, resumes what the folder holds and prints the progress.  False
+// when the folder could not be made or a game process failed.
+bool make_train_data(int argc, char **argv);

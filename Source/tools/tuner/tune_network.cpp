@@ -123,11 +123,15 @@ static float step_size(float lr, double progress) {
 // The engine's own evaluation of the written net against the float model
 // on the held-out positions: the mean and the largest difference in
 // centipawns.
-static void check_with_engine(const NetModel &m, const char *file,
+// False when the engine can't load the file just written.
+static bool check_with_engine(const NetModel &m, const char *file,
                               const SampleSets &sets) {
     std::snprintf(settings.nn_file, sizeof settings.nn_file, "%s", file);
     load_network();
-    if (!network_ready()) return print_line("the engine can't load the net");
+    if (!network_ready()) {
+        print_line("the engine can't load the net");
+        return false;
+    }
     double sum = 0;
     int worst = 0, n = 0;
     for (size_t i = 0; i < sets.valid.size() && i < 20000; i++, n++) {
@@ -141,6 +145,7 @@ static void check_with_engine(const NetModel &m, const char *file,
     say("engine vs model on %.0f positions: mean difference %.2f cp, "
         "largest %.0f cp",
         n, n ? sum / n : 0.0, worst);
+    return true;
 }
 
 static CheckpointRun run_of(const TrainerConfig &c, size_t train_size) {
@@ -160,7 +165,7 @@ static CheckpointRun run_of(const TrainerConfig &c, size_t train_size) {
     return r;
 }
 
-void tune_network(int argc, char **argv) {
+bool tune_network(int argc, char **argv) {
     TrainerConfig c = default_trainer();
     read_trainer_switches(argc, argv, c);
     c.lr = settings.learn_rate > 0 ? settings.learn_rate : c.lr;
@@ -172,7 +177,10 @@ void tune_network(int argc, char **argv) {
     auto started = std::chrono::steady_clock::now();
     SampleSets sets;
     read_samples(settings.input_file, c, sets);
-    if (sets.train.empty()) return print_line("no training positions");
+    if (sets.train.empty()) {
+        print_line("no training positions");
+        return false;
+    }
     say("read %.0f training and %.0f validation positions in %.1f s",
         static_cast<double>(sets.train.size()),
         static_cast<double>(sets.valid.size()), seconds_since(started));
@@ -217,20 +225,26 @@ void tune_network(int argc, char **argv) {
         if (!save_checkpoint(checkpoint.c_str(), run, at, m, adam))
             print_line("can't write the checkpoint");
         if (c.sitting > 0 && done < c.visits &&
-            epoch - start_epoch >= c.sitting)
-            return print_line("stopped; the same command goes on");
+            epoch - start_epoch >= c.sitting) {
+            print_line("stopped; the same command goes on");
+            return true;
+        }
     }
     const NetModel net = folded_model(m);
-    if (!write_net(net, out)) return print_line("can't write the net");
+    if (!write_net(net, out)) {
+        print_line("can't write the net");
+        return false;
+    }
     std::remove(checkpoint.c_str());
     char line[300];
     std::snprintf(line, sizeof line, "wrote %s", out);
     print_line(line);
-    check_with_engine(net, out, sets);
+    if (!check_with_engine(net, out, sets)) return false;
     i32 largest = 0;
     u64 past = saturating_samples(net, sets.valid, largest);
     say("first-layer sums past 16 bits in %.0f of %.0f validation positions, "
         "the largest %.0f",
         static_cast<double>(past), static_cast<double>(sets.valid.size()),
         static_cast<double>(largest));
+    return true;
 }

@@ -10,7 +10,8 @@ bool tuner_mode_built(i32 mode) {
     return mode == MODE_MAKE_TRAIN_DATA || mode == MODE_TUNE;
 }
 
-void run_tuner_mode(i32 mode, int argc, char **argv) {
-    if (mode == MODE_MAKE_TRAIN_DATA) make_train_data(argc, argv);
-    if (mode == MODE_TUNE) tune_network(argc, argv);
+bool run_tuner_mode(i32 mode, int argc, char **argv) {
+    if (mode == MODE_MAKE_TRAIN_DATA) return make_train_data(argc, argv);
+    if (mode == MODE_TUNE) return tune_network(argc, argv);
+    return false;
 }
