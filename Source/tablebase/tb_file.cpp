@@ -9,9 +9,9 @@
 #include <cstdlib>
 #include <string>
 
-#include "../frontend/frontend.h"
-#include "../frontend/output.h"
-#include "../frontend/relaxed.h"
+#include "core/output.h"
+#include "core/relaxed.h"
+#include "core/settings.h"
 #include "tb_internal.h"
 
 EncInfo *tb_enc_info(TbEntry *entry, int type, int file, int side) {
