@@ -83,7 +83,7 @@ static BookNode *find_node(BookBuild &b, u64 key, Move move, bool &created) {
 
 // Steps 5-8 of a token: the move is read, made and counted.
 static void count_move(BookBuild &b, Position &pos, const char *text) {
-    // 5.
+    // 5. The position's key; the result from the mover's side
     u64 key = book_key(pos);
     int sign = 0;
     if (b.result == WHITE_WON) sign = pos.side == WHITE ? 1 : -1;
@@ -96,10 +96,10 @@ static void count_move(BookBuild &b, Position &pos, const char *text) {
         b.game_dead = 1;
         return;
     }
-    // 7.
+    // 7. Make the move
     b.book_ply++;
     make_move(pos, move);
-    // 8.
+    // 8. Count the game for this position and move
     bool created = false;
     BookNode *node = find_node(b, key, move, created);
     if (!node) {
@@ -114,14 +114,14 @@ static void count_move(BookBuild &b, Position &pos, const char *text) {
 
 // Steps 1-8 for one token of movetext.
 static void read_token(BookBuild &b, Position &pos, char *token) {
-    // 1.
+    // 1. Skip annotation glyphs and rest-of-line comments
     if (token[0] == '$' || token[0] == ';') return;
-    // 2.
+    // 2. Track the depth of comments and variations
     if (token[0] == '{') b.comment_depth++;
     if (token[0] == '}') b.comment_depth--;
     if (token[0] == '(') b.variation_depth++;
     if (token[0] == ')') b.variation_depth--;
-    // 3.
+    // 3. Only the main line counts
     if (b.comment_depth || b.variation_depth) return;
     // 4. Past the move number to the move; "0-0" castles with zeros.
     const char *p = token;
@@ -183,7 +183,7 @@ static void read_line(BookBuild &b, Position &pos, char *line) {
     // The last character is the newline.
     size_t length = std::strlen(line);
     if (length) line[length - 1] = 0;
-    // 1.
+    // 1. A Result tag starts a game
     if (std::strstr(line, "[Result ")) start_game(b, pos, line);
     // 2. A set-up position adds nothing; PGN puts this tag after Result.
     if (std::strstr(line, "[FEN ")) b.result = SKIP_GAME;
@@ -191,7 +191,7 @@ static void read_line(BookBuild &b, Position &pos, char *line) {
     if (b.comment_depth == 0 && (line[0] == ';' || line[0] == '[')) return;
     // 4. The ply bound is tested once a line.
     if (b.result == SKIP_GAME || b.book_ply > LAST_COUNTED_PLY) return;
-    // 5.
+    // 5. The moves
     read_movetext(b, pos, line);
 }
 
@@ -253,10 +253,10 @@ static void write_run(BookBuild &b, FILE *out, const BookNode *first,
         best = std::max(best, score[kept]);
         kept++;
     }
-    // 3.
+    // 3. Scale the best score to at most 60000
     if (!kept) return;
     double scale = best > 0 ? std::min(60000.0 / best, 1.0) : 1.0;
-    // 4.
+    // 4. The weights
     for (int i = 0; i < kept; i++)
         run[i].weight = record_weight(score[i], scale);
     // 5. The keys of a run are equal: heavier moves first.  The order of
@@ -265,7 +265,7 @@ static void write_run(BookBuild &b, FILE *out, const BookNode *first,
         run, run + kept, [](const BookEntry &x, const BookEntry &y) {
             return x.key != y.key ? x.key < y.key : x.weight > y.weight;
         });
-    // 6.
+    // 6. Write the run
     for (int i = 0; i < kept; i++) write_record(out, run[i]);
     b.records += kept;
 }

@@ -12,15 +12,15 @@ constexpr int BOOK_CNT50_LIMIT = 100;
 // main one has nothing or is past its depth, as long as the second book's
 // own depth allows it.
 static Move probe_books(Position &pos) {
-    // 1.
+    // 1. Books off, or the fifty-move counter lapsed
     if (!settings.own_book || pos.cnt50 > BOOK_CNT50_LIMIT) return NO_MOVE;
     int ply = pos.history ? pos.history->hist_index : 0;
-    // 2.
+    // 2. The main book, within its depth
     if (ply < settings.book_depth) {
         Move m = book_probe(pos, settings.book_file);
         if (m != NO_MOVE) return m;
     }
-    // 3.
+    // 3. The second book, within its own depth
     if (ply >= settings.book2_depth) return NO_MOVE;
     return book_probe(pos, settings.book2_file);
 }
@@ -34,7 +34,7 @@ Move think_book_move() {
     int repeats = is_draw(pos, 0);
     unmake_move(pos);
     if (repeats) return NO_MOVE;
-    // 5.
+    // 5. Announce the book move
     char text[MOVE_TEXT_SIZE], line[64];
     move_text(pos, pos.side, m, text);
     std::snprintf(line, sizeof line, "%s book move is %s",

@@ -92,7 +92,7 @@ static bool find_records(FILE *file, u64 key, Candidates &c) {
             lo = mid;
         }
     }
-    // 5.
+    // 5. The key is not in the book
     if (best.key != key) return false;
     // 6. The rest of a run longer than the array is ignored.
     c.entry[0] = best;
@@ -173,22 +173,22 @@ static bool position_allows(Position &pos, Move m) {
 }
 
 Move book_probe(Position &pos, const char *file_name) {
-    // 1.
+    // 1. No book file, no move
     if (!file_name || !file_name[0]) return NO_MOVE;
     FILE *file = std::fopen(file_name, "rb");
     if (!file) return NO_MOVE;
-    // 2.
+    // 2. Seed the generator once, from the clock
     if (!book_seed_set) {
         book_seed = static_cast<u32>(std::time(nullptr));
         book_seed_set = 1;
     }
-    // 3-6.
+    // 3-6. The records of this position
     Candidates c;
     bool found = find_records(file, book_key(pos), c);
     std::fclose(file);
-    // 7-9.
+    // 7-9. Weigh them
     if (!found || !weigh(c)) return NO_MOVE;
-    // 10.
+    // 10. Draw a number
     i32 pick = draw_pick(c.adjusted_sum);
     // 11. The last record before the running sum reaches the pick; with a
     // pick of 0 the first slot stays chosen, whatever its weight.
@@ -205,7 +205,7 @@ Move book_probe(Position &pos, const char *file_name) {
     // 12. No other record is tried.
     Move result = book_move_from_record(c.entry[chosen].move);
     if (!position_allows(pos, result)) result = NO_MOVE;
-    // 13.
+    // 13. Show the candidates and the choice
     if (settings.uci_mode) {
         size_t used = std::strlen(line);
         std::snprintf(line + used, sizeof line - used, " )");

@@ -124,14 +124,14 @@ static i32 contempt_for(const Position &pos, int side) {
 i32 evaluate(EvalWorker *worker, int side, int ply, int in_check) {
     Position &pos = worker->position;
     EvalContext &ctx = worker->eval;
-    // 1.
+    // 1. Note the node for the evaluators; count the call
     ctx.eval_ply = static_cast<u8>(ply);
     ctx.eval_position = &pos;
     ctx.eval_worker = worker;
     relaxed_increment(worker->eval_count);
     // 2. The caller knows a position in check is not to be judged.
     if (in_check) return ply - MATE_SCORE;
-    // 3., 4.
+    // 3., 4. Endings with a known score
     i32 score;
     if (endgame_shortcut(pos, side, score)) return score;
     // 5. A cached value comes back without contempt or damping; that
@@ -144,7 +144,7 @@ i32 evaluate(EvalWorker *worker, int side, int ply, int in_check) {
         relaxed_increment(worker->eval_hit_count);
         return network ? entry.nn_score : entry.hce_score;
     }
-    // 6.
+    // 6. A fresh score from the net or the hand-written terms
     entry.key = pos.key;
     if (network) {
         score = network_evaluate(worker);
@@ -153,10 +153,10 @@ i32 evaluate(EvalWorker *worker, int side, int ply, int in_check) {
         score = hand_evaluate(worker);
         entry.hce_score = static_cast<i16>(score);
     }
-    // 7.
+    // 7. Contempt, once the game is under way
     if (game_board && game_board->hist_index > 4 &&
         !(load_state() & STATE_BENCH))
         score += contempt_for(pos, side);
-    // 8.
+    // 8. Damp toward 0 as the fifty-move clock runs
     return ((256 - pos.cnt50) * score) / 256;
 }

@@ -103,10 +103,10 @@ static f32 scale_factor(const Position &pos, int raw) {
     u32 sig_s = pos.material_sig[s], sig_t = pos.material_sig[t];
     // 1. Plenty of material, or a clear material edge: play on.
     if (ps > 10 || pt > 10 || ps - pt > 3 || pt - ps > 3) return 1.0f;
-    // 2.
+    // 2. Rook pawns and the wrong bishop: a fortress
     if (wrong_bishop(pos, s)) return 0.05f;
     f32 sf = 1.0f;
-    // 3.
+    // 3. Bishops of opposite colours
     if (opposite_bishops(pos, s, ns, nt)) {
         if (!ns) return ps * 0.007f + 0.1f;
         sf = (sig_s & 0xFF000) ? 0.9f : 0.6f;
@@ -131,21 +131,21 @@ static f32 scale_factor(const Position &pos, int raw) {
 i32 hand_evaluate(EvalWorker *worker) {
     EvalContext &ctx = worker->eval;
     const Position &pos = worker->position;
-    // 1.
+    // 1. Set up the context
     set_up_context(worker);
-    // 2.
+    // 2. Pawns
     evaluate_pawns(ctx);
     snapshot(ctx, TRACE_PAWNS);
-    // 3.
+    // 3. Knights
     evaluate_knights(ctx);
     snapshot(ctx, TRACE_KNIGHTS);
-    // 4.
+    // 4. Bishops
     evaluate_bishops(ctx);
     snapshot(ctx, TRACE_BISHOPS);
-    // 5.
+    // 5. Rooks
     evaluate_rooks(ctx);
     snapshot(ctx, TRACE_ROOKS);
-    // 6.
+    // 6. Queens, between the attack maps without and with them
     for (int c = WHITE; c <= BLACK; c++)
         ctx.mid_attacks[c] = ctx.low_attacks[c] | ctx.attacks[c][ROOK];
     evaluate_queens(ctx);
@@ -153,21 +153,21 @@ i32 hand_evaluate(EvalWorker *worker) {
         ctx.all_but_king_attacks[c] =
             ctx.mid_attacks[c] | ctx.attacks[c][QUEEN];
     snapshot(ctx, TRACE_QUEENS);
-    // 7.
+    // 7. Kings
     evaluate_king(ctx, WHITE);
     evaluate_king(ctx, BLACK);
     snapshot(ctx, TRACE_KING);
-    // 8.
+    // 8. Passed and candidate pawns
     evaluate_passed_pawns(ctx);
     evaluate_candidate_pawns(ctx);
     snapshot(ctx, TRACE_PASSED);
-    // 9.
+    // 9. Threats
     evaluate_threats(ctx);
     snapshot(ctx, TRACE_THREATS);
-    // 10.
+    // 10. Bonus for the side to move
     add_param(ctx.score[pos.side & 1], param.stm_bonus);
     snapshot(ctx, TRACE_SPECIAL);
-    // 11.
+    // 11. Blend by the phase; scale down drawish endings
     TermPair d = static_cast<TermPair>(static_cast<u32>(ctx.score[WHITE]) -
                                        static_cast<u32>(ctx.score[BLACK]));
     double phase = ctx.phase;

@@ -123,11 +123,11 @@ static void add_danger(EvalContext &ctx, int c, int n,
 // 2. Shelter, safe checks and attack danger: only against enough enemy
 // material to mount an attack.
 static void add_king_attack(EvalContext &ctx, int c, int k) {
-    // 2.1
+    // 2.1 Pawn shelter
     int n = shelter_count(ctx, c);
     add_scaled(ctx.score[c], param.pawn_shield, shelter_factor(n));
     CheckSquares checks = find_checks(ctx, c, k);
-    // 2.4
+    // 2.4 Safe checks and the weight of the attack
     int queen_checks =
         (checks.queen_diagonal != 0) + (checks.queen_straight != 0);
     int count = count_bits(checks.knight | checks.bishop | checks.rook);
@@ -159,14 +159,14 @@ void evaluate_king(EvalContext &ctx, int c) {
     // A broken board without this king has nothing to judge here.
     if (k >= 64) return;
     int them = c ^ 1;
-    // 1.
+    // 1. The king's table value
     add_param(ctx.score[c], param.pst_k[k ^ ctx.pst_mirror[c]]);
-    // 2.
+    // 2. Shelter and attack, against enough material
     if (pos.piece_points[them] >= 7) add_king_attack(ctx, c, k);
     // 3. No flight square at all: a mate threat waits for any check.
     if (!(king_attacks[k] & ~ctx.attacks[them][0] & ~pos.bitboards[c][0]))
         add_param(ctx.score[c], param.king_trapped);
-    // 4.
+    // 4. The way to the pawns
     add_king_pawn_distance(ctx, c, k);
 }
 

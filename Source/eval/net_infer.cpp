@@ -169,7 +169,7 @@ i32 network_score(i32 dot, int width, u32 noise, bool add_noise,
         p = 1.0f / (1.0f + u);
     }
     probability = p;
-    // 5.
+    // 5. A little noise on the probability
     if (add_noise) {
         p = static_cast<f32>(p +
                              (static_cast<int>(noise & 255) - 127) * 0.0001);
@@ -183,7 +183,7 @@ i32 network_score(i32 dot, int width, u32 noise, bool add_noise,
         }
         probability = p;
     }
-    // 6., 7.
+    // 6., 7. Probability to centipawns, capped near certainty
     if (p < 1e-5) return -NET_SCORE_LIMIT;
     if (p > 0.99999) return NET_SCORE_LIMIT;
     return static_cast<i32>(std::log(1.0 / p - 1.0) * -166.6666717529297);

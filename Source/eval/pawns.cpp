@@ -92,7 +92,7 @@ static void set_pawn_sets(EvalContext &ctx, const PawnSpans &s, u64 white,
     // 3. No enemy pawn can ever chase a piece from these squares.
     ctx.outposts[WHITE] = WHITE_OUTPOST_ZONE & ~s.side[BLACK];
     ctx.outposts[BLACK] = BLACK_OUTPOST_ZONE & ~s.side[WHITE];
-    // 4.
+    // 4. All pawns
     ctx.all_pawns = white | black;
     // 5. No enemy pawn ahead on the file or beside it.
     ctx.passed_pawns = (white & ~s.front[BLACK] & ~s.side[BLACK]) |
@@ -180,16 +180,16 @@ void evaluate_pawns(EvalContext &ctx) {
     const Position &pos = *ctx.eval_position;
     u64 white = pos.bitboards[WHITE][PAWN];
     u64 black = pos.bitboards[BLACK][PAWN];
-    // 1.
+    // 1. Pawn attacks
     add_pawn_attacks(ctx, WHITE, (white << 7) & 0x7F7F7F7F7F7F7F00ULL,
                      (white << 9) & 0xFEFEFEFEFEFEFE00ULL);
     add_pawn_attacks(ctx, BLACK, (black >> 9) & 0x007F7F7F7F7F7F7FULL,
                      (black >> 7) & 0x00FEFEFEFEFEFEFEULL);
-    // 2.
+    // 2. The spans ahead of the pawns
     PawnSpans s = pawn_spans(white, black);
-    // 3. to 6.
+    // 3. to 6. Outposts, passed and candidate pawns
     set_pawn_sets(ctx, s, white, black);
-    // 7.
+    // 7. Pawns next to a king zone seed its danger
     seed_danger(ctx, white, black);
     add_cached_terms(ctx, s, white, black);
     // A blocked pawn depends on the pieces, so it stays out of the cache.
@@ -237,15 +237,15 @@ static void score_passed_pawn(EvalContext &ctx, int p, int c) {
     // 2. Of doubled pawns only the front one counts.
     u64 ray = ray_ahead(p, c);
     if (ray & ctx.all_pawns) return;
-    // 3., 6.
+    // 3., 6. Blocked, mobile or free: the base weight
     const ParamEntry *weight = passed_pawn_weight(ctx, p, stop, ray, c);
     TermPair &score = ctx.score[c];
     add_scaled(score, weight, PP_BASE[r]);
-    // 4., 5.
+    // 4., 5. King distances to the pawn's path
     int target = r < 6 ? stop + dir : stop;
     int own, enemy;
     passed_king_distances(ctx, target, c, own, enemy);
-    // 7.
+    // 7. Weigh the king distances
     f32 q = PP_KING[r] * 0.25f;
     add_scaled(score, param.ppawn_ekprox, static_cast<f32>(enemy) * q);
     add_scaled(score, param.ppawn_fkprox, static_cast<f32>(own) * q);
@@ -278,9 +278,9 @@ static void add_candidate_term(TermPair &sum, f32 dist, f32 rank) {
 static void score_candidate(EvalContext &ctx, int p, int c, u64 ray) {
     const Position &pos = *ctx.eval_position;
     int them = c ^ 1;
-    // 1.
+    // 1. Own pawns beside it
     int helpers = count_bits(pos.bitboards[c][PAWN] & side_squares[p]);
-    // 2.
+    // 2. Enemy guards on its path; more than helpers and it is no candidate
     int stoppers = count_bits(ray & ctx.attacks[them][0]) + 1;
     if (!(ray & ctx.double_attacks[them])) stoppers--;
     if (stoppers > helpers) return;

@@ -62,7 +62,7 @@ static void print_stage_lines(const EvalContext &ctx, const Position &pos) {
     }
 }
 
-// 3., 4.
+// 3., 4. A list of squares under a title, when there are any
 static void print_squares(const char *title, u64 squares) {
     if (!squares) return;
     std::printf("%s", title);
@@ -86,7 +86,7 @@ static void print_pst(const char *title, ParamEntry *const *table) {
     std::printf("\n");
 }
 
-// 6.
+// 6. Every parameter and table
 static void print_parameters() {
     for (int i = 0; i < param_count; i++) {
         const ParamEntry &entry = param_table[i];
@@ -115,13 +115,13 @@ void evaluation_trace(EvalWorker *worker, int mode) {
     i32 network_score = network_evaluate(worker);
     i32 hce = hand_evaluate(worker);
     ctx.trace = 0;
-    // 1., 2.
+    // 1., 2. The header and the stage lines
     std::printf("           white  black      md\n");
     print_stage_lines(ctx, pos);
-    // 3., 4.
+    // 3., 4. Hung pieces and free pawns
     print_squares("hung pieces on: ", ctx.hung_squares);
     print_squares("free pawns on: ", ctx.free_pawns);
-    // 5.
+    // 5. The scores, the material, the phase and the scale
     int mtl =
         material_of(pos, ctx.phase, WHITE) - material_of(pos, ctx.phase, BLACK);
     std::printf(
@@ -129,6 +129,6 @@ void evaluation_trace(EvalWorker *worker, int mode) {
         "rule50= %d\n\n",
         network_score, hce, quiesce_score, mtl, static_cast<double>(ctx.phase),
         static_cast<double>(ctx.scale), static_cast<int>(pos.cnt50));
-    // 6.
+    // 6. On request, the parameters
     if (mode == 2) print_parameters();
 }

@@ -145,14 +145,14 @@ static void release(TakenLine &line) {
 }
 
 void poll_input() {
-    // 1.
+    // 1. Is the input a pipe or a terminal?
     if (is_pipe < 0) is_pipe = isatty(0) ? 0 : 1;
-    // 2. - 4.
+    // 2. - 4. Read what is waiting, while there is room
     if (!input_closed && has_room() && input_waiting()) {
         is_pipe = isatty(0) ? 0 : 1;
         read_input();
     }
-    // 5.
+    // 5. Take a whole line; a closed input may quit
     char small[PENDING_SIZE];
     TakenLine taken{nullptr, false};
     if (!take_line(small, taken)) {
@@ -160,9 +160,9 @@ void poll_input() {
         return;
     }
     char *line = taken.text;
-    // 6.
+    // 6. Cut the line end
     line[std::strcspn(line, "\r\n")] = 0;
-    // 7.
+    // 7. To the UCI or the console interpreter
     if (settings.uci_mode == 1 || std::strcmp(line, "uci") == 0)
         uci_command(line);
     else if (line[0])

@@ -98,9 +98,9 @@ static void read_line(PgnReader &r, char *line) {
     }
     if (r.game < r.wanted || !r.wanted) return;
     if (std::strstr(line, "[FEN ")) read_fen_tag(line);
-    // 3.
+    // 3. Tag lines outside a comment are skipped
     if (line[0] == '[' && r.depth == 0) return;
-    // 4., 5.
+    // 4., 5. The moves, past the comments
     line[std::strcspn(line, "\r\n")] = 0;
     gather_text(r, line);
 }

@@ -136,12 +136,12 @@ static void finish_thinking() {
     store_state(0);
     read_elapsed();
     f32 elapsed = relaxed_load(status.elapsed);
-    // 1.
+    // 1. The last info line, if lines are shown by now
     bool due = load_stop() || elapsed >= settings.noise;
     if (due && settings.noise != NEVER_PRINT && status.best_depth != 0 &&
         status.pv[1] != NO_MOVE)
         print_search_line(0, 0, status.best_depth, status.score, status.pv);
-    // 2.
+    // 2. The best move and the expected reply as text
     const Position &pos = front_worker->position;
     char best[MOVE_TEXT_SIZE], reply[MOVE_TEXT_SIZE];
     move_text(pos, pos.side, answer_move(), best);
@@ -157,10 +157,10 @@ static void finish_thinking() {
         std::snprintf(text, sizeof text, "bestmove %s%s", best, ponder);
         print_line(text);
     } else {
-        // 4.
+        // 4. The console's summary
         print_console_summary(best, elapsed);
     }
-    // 5.
+    // 5. Play the engine's move on the console's board
     if (engine_moves || self_play) play_engine_move(answer_move(), elapsed);
 }
 
@@ -182,7 +182,7 @@ void think_cycle() {
     store_state(0);
     constexpr u16 REQUESTS = STATE_REQUEST_THINK | STATE_REQUEST_PONDER;
     while (!settings.quit) {
-        // 1.
+        // 1. Idle: wait a millisecond, watch the clock and the input
         if (!(load_state() &
               (REQUESTS | STATE_FINISHED | STATE_STOP_RECEIVED))) {
             sleep_milliseconds(1);
@@ -190,9 +190,9 @@ void think_cycle() {
             poll_input();
             if (settings.quit) break;
         }
-        // 2.
+        // 2. Start a requested search
         if (load_state() & REQUESTS) start_thinking();
-        // 3.
+        // 3. Wrap up a finished search
         if (load_state() & STATE_FINISHED) finish_thinking();
         // A net named during the search is loaded now that none runs.
         if (load_state() == 0) apply_network_reload();

@@ -21,7 +21,7 @@ static int repeats(const Position &pos, int ply) {
 }
 
 int is_draw(Position &pos, int ply) {
-    // 1.
+    // 1. Too few moves since a capture or pawn move to repeat
     if (pos.cnt50 < 4) return 0;
     // 2. In the tree the counter alone decides, mate or not.  At ply 0, the
     // front end's call, a lapsed counter draws only a position without a
@@ -31,6 +31,6 @@ int is_draw(Position &pos, int ply) {
         Move moves[MAX_MOVES];
         if (legal_moves(pos, moves) == 0) return 1;
     }
-    // 3-4.
+    // 3-4. Repetition
     return repeats(pos, ply);
 }

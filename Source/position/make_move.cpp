@@ -126,20 +126,20 @@ void make_move(Position &pos, Move move) {
         if (pos.touched & pos.castle_mask[i]) pos.castle_rights &= ~(1 << i);
     pos.ep_sq = NO_SQUARE;
 
-    // 5.
+    // 5. The clock runs on; the other side moves
     pos.cnt50++;
     pos.side ^= 1;
 
-    // 6.
+    // 6. The key leaves the old en-passant square and rights
     if (old_ep != NO_SQUARE) pos.key ^= hash_keys[old_ep];
     if (pos.castle_rights != old_rights)
         pos.key ^= hash_keys[old_rights] ^ hash_keys[pos.castle_rights];
 
     if (castling) {
-        // 7.
+        // 7. Castling
         castle(pos, us, from, to, is_short);
     } else {
-        // 8.
+        // 8. An ordinary move, with its capture
         int victim = pos.board[to];
         if (victim) {
             take_piece(pos, to);
@@ -154,7 +154,7 @@ void make_move(Position &pos, Move move) {
             pos.pawn_key ^= piece_key(moved, from) ^ piece_key(moved, to);
     }
 
-    // 9.
+    // 9. The king's square, or the pawn's extras
     if (piece_type(moved) == KING)
         pos.king_sq[us] = static_cast<u8>(to);
     else if (piece_type(moved) == PAWN)
@@ -181,13 +181,13 @@ static void uncastle(Position &pos, int us, int from, int to, bool is_short) {
 void unmake_move(Position &pos) {
     BoardHistory *w = pos.history;
 
-    // 1., 2.
+    // 1., 2. Back to the previous undo record
     w->hist_index--;
     w->ply--;
     const StateRecord &record = w->states[w->hist_index];
     restore_last_move(w);
 
-    // 3.
+    // 3. The saved fields; the side flips back
     pos.touched = record.touched;
     pos.ep_sq = record.ep_sq;
     pos.castle_rights = record.castle_rights;
@@ -199,7 +199,7 @@ void unmake_move(Position &pos) {
     int piece = pos.board[to];
 
     if (flags && piece_type(piece) == KING) {
-        // 4.
+        // 4. Castling
         uncastle(pos, us, from, to, flags & FLAG_SHORT);
     } else {
         if (flags) {
@@ -207,20 +207,20 @@ void unmake_move(Position &pos) {
             take_piece(pos, to);
             put_piece(pos, make_piece(PAWN, us), from);
         } else {
-            // 6.
+            // 6. An ordinary move goes back
             shift_piece(pos, to, from);
         }
-        // 7.
+        // 7. The captured piece returns
         if (record.captured_type)
             put_piece(pos, make_piece(record.captured_type, them), to);
         // 8. An en-passant capture: the taken pawn returns behind `to`.
         if (piece_type(piece) == PAWN && to == record.ep_sq)
             put_piece(pos, make_piece(PAWN, them), to - PAWN_DIRECTION[us]);
-        // 9.
+        // 9. The king's square
         if (piece_type(piece) == KING) pos.king_sq[us] = static_cast<u8>(from);
     }
 
-    // 10.
+    // 10. The keys from the record
     pos.key = record.key;
     pos.pawn_key = record.pawn_key;
 }

@@ -351,7 +351,7 @@ static void cut_at_plus(char *text) {
 }
 
 int parse_move(char *text, Move *out_move) {
-    // 1.
+    // 1. No move yet; a check sign is dropped
     *out_move = 0;
     cut_at_plus(text);
 
@@ -372,7 +372,7 @@ int parse_move(char *text, Move *out_move) {
         }
     }
 
-    // 3.
+    // 3. Castling in any spelling reads as o-o
     for (char *c = text; *c; c++)
         if (*c == 'O' || *c == '0') *c = 'o';
 
@@ -381,7 +381,7 @@ int parse_move(char *text, Move *out_move) {
     MoveEntry list[MAX_MOVES];
     MoveEntry *end = generate_full_list(pos, list);
 
-    // 5.
+    // 5. Count the legal moves with a matching form
     int count = 0;
     Move found = 0;
     for (MoveEntry *e = list; e < end; e++) {
@@ -398,7 +398,7 @@ int parse_move(char *text, Move *out_move) {
         }
     }
 
-    // 6.
+    // 6. Only a single match is a move
     *out_move = found;
     if (count == 1) return 1;
     if (count == 2) std::puts("ambiguous move");

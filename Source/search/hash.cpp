@@ -73,7 +73,7 @@ void hash_free() {
 int hash_allocate() {
     // 1. The keys come with the first table and stay for good.
     init_hash_keys();
-    // 2.
+    // 2. Free the old table
     hash_free();
     // 3. The spare slots are zeroed here too; no clear ever reaches them.
     i32 mb = std::clamp<i32>(settings.hash_mb, 0, MAX_HASH_MB);
@@ -81,12 +81,12 @@ int hash_allocate() {
     hash_table = allocate_slots(count + HASH_SPARE);
     if (!hash_table) return 0;
     hash_entries = static_cast<u32>(count);
-    // 4.
+    // 4. Report the size
     char line[80];
     std::snprintf(line, sizeof line,
                   "info string allocated %d Mbytes for hash table", mb);
     print_line(line);
-    // 5.
+    // 5. Start empty
     hash_clear();
     return 1;
 }
@@ -199,18 +199,18 @@ static bool on_last_rank(int side, int sq) {
 // Checks 1-4 together; check 5 is legal_move.
 static bool move_fits(const Position &pos, Move move) {
     int from = move_from(move), to = move_to(move);
-    // 1.
+    // 1. The squares fit a move of the side to move
     if (!squares_fit(pos, from, to)) return false;
     int type = piece_type(pos.board[from]);
-    // 2.
+    // 2. A flagged move: castling or a promotion
     if (move & FLAG_MASK) {
         if (type == KING) return castling_fits(pos, from, to, move);
         return type == PAWN && pawn_fits(pos, from, to);
     }
-    // 3.
+    // 3. A piece's own pattern; a pawn needs a flag to promote
     if (type != PAWN) return piece_reaches(pos, type, from, to);
     if (on_last_rank(pos.side, to)) return false;
-    // 4.
+    // 4. Pawn steps
     return pawn_fits(pos, from, to);
 }
 
@@ -262,7 +262,7 @@ static bool replacement_slot(u64 key, int depth, u32 &slot) {
 void hash_store(Position &pos, int ply, int depth, Move move, int score,
                 int alpha, int beta) {
     if (!status.use_hash || !table_usable()) return;
-    // 1.
+    // 1. Bound type
     u8 type = score <= alpha  ? HASH_UPPER
               : score >= beta ? HASH_LOWER
                               : HASH_EXACT;
@@ -271,7 +271,7 @@ void hash_store(Position &pos, int ply, int depth, Move move, int score,
     int stored = score < -MATE_BORDER   ? score - ply
                  : score >= MATE_BORDER ? score + ply
                                         : score;
-    // 3-5.
+    // 3-5. Pick the slot to replace
     u32 slot = 0;
     if (!replacement_slot(pos.key, depth, slot)) return;
     HashEntry entry{static_cast<u32>(pos.key >> 32),

@@ -88,12 +88,12 @@ static void generate_tactical(const Position &pos, Worker *w, int ply,
                               MoveEntry *at) {
     PlyRecord &record = w->plies[ply];
     bool full = record.pick_state & PICK_FULL;
-    // 1.
+    // 1. Captures and promotions
     MoveEntry *end = generate_captures(pos, pos.side, at, check_target(record));
     end = generate_promotions(pos, pos.side, full, end);
-    // 2.
+    // 2. Pawn pushes to the seventh rank
     end = generate_seventh_pushes(pos, pos.side, end);
-    // 3.
+    // 3. End the list
     end_list(w, ply, end);
     // 4. and 5.  An empty list passes on through the selection stage.
     for (MoveEntry *e = at; e != end; e++)

@@ -36,17 +36,17 @@ int search_quiesce(Position &pos, int side, int ply, int depth, int alpha,
     // 1. Standing pat at or above beta returns beta itself.
     int e = record.static_eval;
     if (e >= beta) return beta;
-    // 2.
+    // 2. Standing pat raises alpha
     const int a = std::max(alpha, e);
     int best = e;
     Move best_move = NO_MOVE;
     record.move_count = 0;
-    // 3.
+    // 3. Quiet checks too from depth 0 on; the futility margin
     record.pick_state = depth < 0 ? PICK_QUIESCE : PICK_QUIESCE_CHECKS;
     const int margin = depth < 1 ? DELTA_MARGIN : DELTA_MARGIN_DEEP;
     u16 child[LINE_LENGTH];
     child[ply + 1] = NO_MOVE;
-    // 4.
+    // 4. The move loop, with delta and exchange pruning
     while (MoveEntry *m = next_move(pos)) {
         const MoveEntry entry = *m;
         if (move_gain(pos, side, entry) + e <= a - margin) continue;

@@ -22,7 +22,7 @@ void report_best(Worker *w) {
     // 1. The depth of the last change of mind, for the time check.
     if (w->pv[1] != status.pv[1])
         relaxed_store(status.best_change_depth, best_depth);
-    // 2.
+    // 2. Publish the score, the depth and the line
     relaxed_store(status.score, w->best_score);
     relaxed_store(status.best_depth, best_depth);
     std::memcpy(status.pv, w->pv, sizeof status.pv);
@@ -97,19 +97,19 @@ static void score_text(int score, char *out, size_t size) {
 void print_search_line(int thread, int multipv_number, int depth, int score,
                        const u16 *line) {
     spin_take(info_lock);
-    // 1.
+    // 1. Gather the counters; the hash fill only on deep lines
     aggregate_counters();
     status.hash_fill = 0.0f;
     if (depth > 6 && hash_entries > 2999) refresh_hash_fill();
-    // 2.
+    // 2. A tablebase outcome shows instead of the score
     score = tablebase_score(score);
     f32 elapsed = relaxed_load(status.elapsed);
-    // 4.
+    // 4. Speed
     f32 nps = nodes_per_second(elapsed);
     char moves[1024];
     char text[LINE_BUFFER_SIZE];
     if (relaxed_load(settings.uci_mode) == 1) {
-        // 3., 5.
+        // 3., 5. The UCI info line
         line_text(line, 80, false, moves, sizeof moves);
         char multipv[24] = "";
         if (relaxed_load(settings.multi_pv) > 1)
@@ -137,7 +137,7 @@ void print_search_line(int thread, int multipv_number, int depth, int score,
             n >= 0 && n + 1 < LINE_BUFFER_SIZE)
             std::strcat(text, "\n");
     }
-    // 7.
+    // 7. Print it
     print_line(text);
     spin_release(info_lock);
 }

@@ -24,7 +24,7 @@ static bool side_in_check(const Position &pos, PlyRecord &record) {
 
 // Preparation of every thread; gives whether the root side is in check.
 static bool prepare_root(Worker *w) {
-    // 2.
+    // 2. Clear the hash moves and killers of every ply
     for (int ply = 0; ply <= MAX_SEARCH_PLY; ply++) {
         w->plies[ply].hash_move = NO_MOVE;
         w->plies[ply].killer[0] = w->plies[ply].killer[1] = NO_MOVE;
@@ -36,7 +36,7 @@ static bool prepare_root(Worker *w) {
     std::memset(w->counter_move, 0, sizeof w->counter_move);
     std::memset(w->counter_move2, 0, sizeof w->counter_move2);
     std::memset(w->followup_move, 0, sizeof w->followup_move);
-    // 5.
+    // 5. A fresh record for the root ply
     PlyRecord &root = w->plies[1];
     MoveEntry *list_start = root.list_start;
     MoveEntry *current = root.current;
@@ -76,12 +76,12 @@ static bool has_legal_move(Worker *w) {
 // False when the search is over already.
 static bool settle_root(Worker *w, bool in_check) {
     Position &pos = w->position;
-    // 1., 2.
+    // 1., 2. Fresh margins; publish the root's evaluation
     update_margins();
     status.tb_result = -1;
     status.root_eval = status.last_eval = w->root_eval;
     relaxed_store(status.score, w->root_eval);
-    // 3.
+    // 3. The root's quiescence value
     if (!in_check && !status.throttle)
         status.last_eval = static_cast<i16>(
             search_quiesce(pos, pos.side, 1, 0, -INFINITE_SCORE, INFINITE_SCORE,
@@ -240,29 +240,29 @@ static PassResult run_pass(Worker *w, int first, int line_index, int d,
     u16 child[LINE_LENGTH];
     bool reporter = w->thread_id == 0 && line_index == 0;
     for (int p = first; list[p].move != END_OF_LIST; p++) {
-        // 1.
+        // 1. Bring the best-scored remaining move forward
         select_into(list, p);
         MoveEntry &e = list[p];
         root.current = &e;
         root.move_flags =
             static_cast<u16>(classify_move(pos, pos.side, e) & 255);
         pass.last_searched = p;
-        // 2.
+        // 2. Progress lines on a long search
         f32 elapsed = relaxed_load(status.elapsed);
         if (reporter && relaxed_load(settings.uci_mode) == 1 &&
             elapsed > 3.5f && elapsed > settings.noise)
             print_progress(e.move, root.move_count, root.move_count == 0);
-        // 3.
+        // 3. Reduce a late quiet move
         int r = root_reduction(pos, root, d, alpha, pass.best);
         root.reduction = static_cast<u8>(r);
-        // 4. - 8.
+        // 4. - 8. Search the move
         int v = search_root_move(w, e, d, r, alpha, beta, running_alpha, child);
         if (load_stop()) {
             pass.best = 0;
             pass.stopped = true;
             return pass;
         }
-        // 9.
+        // 9. Count the searched move
         root.move_count++;
         // 10. During a fail low the line keeps the highest upper bound,
         // and the first move always enters it.
@@ -275,7 +275,7 @@ static PassResult run_pass(Worker *w, int first, int line_index, int d,
             if (reporter) report_best(w);
             pass.best = v;
         }
-        // 11.
+        // 11. Fail low, fail high, or inside the window
         if (pass.best <= alpha) {
             relaxed_store(w->fail_state, 1);
         } else if (pass.best >= beta) {

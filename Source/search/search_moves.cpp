@@ -143,9 +143,9 @@ int search_moves(Position &pos, int side, int ply, int depth, int alpha,
     while (MoveEntry *e = next_move(pos)) {
         // 1. The hash move may come out twice; only its first turn counts.
         if (e->move == record.hash_move && ++hash_seen != 1) continue;
-        // 2.
+        // 2. Skip an illegal move
         if (!legal_move(pos, side, e->move)) continue;
-        // 3.
+        // 3. Classify the move
         record.move_flags =
             static_cast<u16>(classify_move(pos, side, *e) & 255);
         record.reduction = 0;
@@ -162,15 +162,15 @@ int search_moves(Position &pos, int side, int ply, int depth, int alpha,
         make_move(pos, entry.move);
         int v = search_child(pos, side, ply, depth, alpha, beta, node_type, r,
                              child);
-        // 9.
+        // 9. Take the move back; a stop unwinds at once
         unmake_move(pos);
         if (load_stop()) return 0;
-        // 10.
+        // 10. Count the searched move
         record.move_count++;
         // 11. Castling and en passant count as quiet here.
         if (entry.captured == 0 && depth > 0)
             update_memories(w, ply, depth, entry, v > alpha);
-        // 12.
+        // 12. A new best move, even one that fails low
         if (v <= best) continue;
         best_move = entry.move;
         line[ply] = entry.move;
@@ -179,12 +179,12 @@ int search_moves(Position &pos, int side, int ply, int depth, int alpha,
             best = v;
             continue;
         }
-        // 13.
+        // 13. Beta cutoff
         if (v >= beta) {
             best = v;
             break;
         }
-        // 14.
+        // 14. Raise alpha and keep the child's line
         line[ply] = best_move;
         copy_line(line, child, ply + 1);
         best = alpha = v;

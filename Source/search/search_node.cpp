@@ -185,7 +185,7 @@ static int prune_and_search(Position &pos, int side, int ply, int depth,
     // 20. Far above beta in an expected cut node with material to spare.
     if (t >= beta + BP_margin && node_type == NODE_CUT && !hash.low &&
         pos.piece_points[side] >= 1 && pos.bitboards[side][PAWN]) {
-        // 21.
+        // 21. Static null pruning
         if (depth <= SEP_depth && t >= beta + SEP_margin[margin_index(depth)] &&
             static_null_cut(pos, side, t, beta))
             return beta;
@@ -207,16 +207,16 @@ static int prune_and_search(Position &pos, int side, int ply, int depth,
         search_moves(pos, side, ply, i, alpha, beta, node_type, line);
         record.hash_move = line[ply];
     }
-    // 24.
+    // 24. Search the moves at full depth
     return search_moves(pos, side, ply, depth, alpha, beta, node_type, line);
 }
 
 int search_node(Position &pos, int side, int ply, int depth, int alpha,
                 int beta, int node_type, u16 *line) {
     Worker *w = worker_of(pos);
-    // 1.
+    // 1. Count the node
     relaxed_increment(w->node_count);
-    // 2.
+    // 2. Speed limit
     if (status.throttle) hold_speed(w);
     // 3. Each thread counts its own nodes; the limit waits for a finished
     // iteration and for a root fail-low to resolve.
@@ -225,17 +225,17 @@ int search_node(Position &pos, int side, int ply, int depth, int alpha,
         store_stop(1);
     // A runaway never gets there: stop it rather than hang the game.
     if (w->node_count > w->node_cap) store_stop(1);
-    // 4.
+    // 4. Stopped: unwind
     if (load_stop()) return 0;
-    // 5.
+    // 5. Selective depth
     if (ply > w->seldepth) relaxed_store(w->seldepth, ply);
     // 6. Mate distance.
     alpha = std::max(ply - MATE_SCORE, alpha);
     beta = std::min(MATE_SCORE - 1 - ply, beta);
     if (alpha >= beta) return alpha;
-    // 7.
+    // 7. Fetch the hash bucket early
     if (depth >= 0) hash_prefetch(pos.key);
-    // 8.
+    // 8. Set up this ply's record
     PlyRecord &record = w->plies[ply];
     record.node_type = static_cast<i16>(node_type);
     record.alpha = static_cast<i16>(alpha);
@@ -249,7 +249,7 @@ int search_node(Position &pos, int side, int ply, int depth, int alpha,
     w->plies[ply + 1].killer[0] = w->plies[ply + 1].killer[1] = NO_MOVE;
     w->plies[ply + 1].evasion_killer = NO_MOVE;
     line[ply] = line[ply + 1] = NO_MOVE;
-    // 9.
+    // 9. Is the side to move in check?
     int checker =
         find_attacker(pos, pos.king_sq[side], side ^ 1, occupied_squares(pos));
     record.checker_sq = static_cast<u8>(checker);
@@ -257,19 +257,19 @@ int search_node(Position &pos, int side, int ply, int depth, int alpha,
     record.in_check = in_check;
     // 10. Draws score 0 here; contempt belongs to the evaluation.
     if (is_draw(pos, ply)) return 0;
-    // 11.
+    // 11. At the ply limit, evaluate and stop
     if (ply > MAX_SEARCH_PLY - 1)
         return in_check ? 0 : evaluate(w, side, ply, 0);
-    // 12., 13.
+    // 12., 13. Extensions; record the depth
     depth = extend(pos, side, ply, depth, in_check);
     record.depth = static_cast<i16>(depth);
     HashVerdict hash{HASH_NOT_FOUND, false, false, false, 0};
-    // 14.
+    // 14. Hash probe
     if (depth >= 0) {
         hash = read_hash(pos, ply, depth, alpha, beta, node_type);
         if (hash.cutoff) return hash.score;
     }
-    // 15.
+    // 15. Tablebase probe, else the evaluation
     int t;
     int tb = -1;
     if (pos.cnt50 == 0) {
@@ -286,14 +286,14 @@ int search_node(Position &pos, int side, int ply, int depth, int alpha,
         // The evaluation runs all the same; its value is not used.
         evaluate(w, side, ply, in_check);
     }
-    // 16.
+    // 16. Static value, and is it improving?
     record.static_eval = static_cast<i16>(t);
     record.improving = w->plies[ply - 2].static_eval + 15 < t;
     // 17. No pruning in check, whatever the depth.
     if (in_check)
         return search_moves(pos, side, ply, depth, alpha, beta, node_type,
                             line);
-    // 18.
+    // 18. At the horizon, the capture search
     if (depth < 1)
         return search_quiesce(pos, side, ply, depth, alpha, beta, node_type,
                               line);

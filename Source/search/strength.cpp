@@ -64,7 +64,7 @@ void calibrate() {
     // 1. A fixed middlegame.
     set_fen(front_worker->position,
             "rnb1k2r/1pq1bppp/p2p1n2/4p3/4P3/2N1BN2/PPP1BPPP/R2QK2R w KQkq -");
-    // 2.
+    // 2. Save the settings: one thread, no limit, 35000 nodes
     i16 threads = settings.threads;
     u8 limit_strength = settings.limit_strength;
     f32 noise = settings.noise;
@@ -72,7 +72,7 @@ void calibrate() {
     settings.threads = 1;
     settings.limit_strength = 0;
     settings.noise = 99999.0f;
-    // 3.
+    // 3. Prepare the search and the thread
     prepare_search();
     if (init_worker(0) != 0) std::exit(-1);
     reset_clock(1);
@@ -80,21 +80,21 @@ void calibrate() {
     store_state(STATE_BENCH);
     // 4. On this thread: nothing polls, the node limit ends it.
     if (settings.threads > 0 && !load_stop()) search_root(0);
-    // 5.
+    // 5. The speed reached
     read_elapsed();
     f32 elapsed = relaxed_load(status.elapsed);
     f32 nps = static_cast<f32>(workers[0]->node_count / (elapsed + 0.001));
-    // 6.
+    // 6. Restore the settings
     settings.noise = noise;
     settings.threads = threads;
     settings.limit_strength = limit_strength;
     settings.max_nodes = 0;
     store_stop(0);
     store_state(0);
-    // 7.
+    // 7. Calibrate a little above the measured speed
     settings.calib_nps = static_cast<f32>(nps * 1.2);
     settings.calib_elo = elo_of_speed(settings.calib_nps);
-    // 8.
+    // 8. Report the calibration
     char text[128];
     std::snprintf(
         text, sizeof text, "info string et= %.3f, calibration nps= %0.0f",

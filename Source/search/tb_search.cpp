@@ -41,7 +41,7 @@ int tb_probe_search(const Position &pos, int depth) {
     if (!table_shaped(pos)) return -1;
     // 4. The node has just reset the counter, or the caller doesn't care.
     TbPosition t = tb_position_from(pos, 0);
-    // 5.
+    // 5. WDL probe, as a result code 0..4
     int success = 0;
     int v = tb_probe_wdl(t, &success);
     if (success == 0) return -1;
@@ -149,20 +149,20 @@ static int choose_root_move(const RootList &list, const TbPosition &t,
 int tb_probe_root(const Position &pos, int *wdl_out, int *dtz_out,
                   u16 *move_out) {
     tb_root_moves[0] = NO_MOVE;
-    // 1.
+    // 1. Too many men, castling rights, or no table position
     if (men_on_board(pos) > TB_LARGEST || pos.castle_rights != 0) return -1;
     if (!table_shaped(pos)) return -1;
-    // 2.
+    // 2. The position for the tables, with its fifty-move clock
     TbPosition t = tb_position_from(pos, pos.cnt50);
-    // 3.
+    // 3. Distance to zeroing of the root
     int success = 0;
     int dtz = tb_probe_dtz(t, &success);
     if (success == 0) return -1;
-    // 4., 5.
+    // 4., 5. Score every root move
     static thread_local RootList list;
     if (!rank_root_moves(t, pos.cnt50, dtz, list)) return -1;
     if (list.count == 0 && dtz <= 0) return -1;
-    // 6.
+    // 6. Pick the move and its result class
     int k = choose_root_move(list, t, dtz);
     if (k < 0) return -1;
     int cls;
@@ -174,22 +174,22 @@ int tb_probe_root(const Position &pos, int *wdl_out, int *dtz_out,
         cls = 2;
     TbMove m = list.moves[k];
     if (m == 0) return -1;
-    // 7.
+    // 7. The move in the engine's encoding
     bool ep = (list.words[k] >> 19) & 1;
     u32 word = result_word(cls, m, ep, 0) |
                (static_cast<u32>(dtz < 0 ? -dtz : dtz) << 20);
     Move move = move_of_word(word);
     if (move == NO_MOVE || move >= 65534) return -1;
-    // 8.
+    // 8. Hand back the result, the distance and the move
     *wdl_out = cls;
     *dtz_out = static_cast<int>(word >> 20);
     *move_out = move;
-    // 9.
+    // 9. The root moves that keep the same result
     int n = 0;
     for (int i = 0; i < list.count; i++)
         if (list.scores[i] != 32767 && word_class(list.words[i]) >= cls)
             tb_root_moves[n++] = move_of_word(list.words[i]);
     tb_root_moves[n] = NO_MOVE;
-    // 10.
+    // 10. The result class
     return cls;
 }

@@ -21,7 +21,7 @@ void *start_search(void *arg) {
 void run_helpers() {
     int threads = settings.threads;
     if (threads > MAX_THREADS) threads = MAX_THREADS;
-    // 1.
+    // 1. Start the helpers
     int slots[MAX_THREADS];
     pthread_t helpers[MAX_THREADS];
     for (int slot = 1; slot < threads; slot++) {
@@ -30,9 +30,9 @@ void run_helpers() {
                            &slots[slot]) != 0)
             std::exit(-1);
     }
-    // 2.
+    // 2. The main search
     if (threads > 0 && !load_stop()) search_root(0);
-    // 3.
+    // 3. Gather the counters once more
     spin_take(info_lock);
     aggregate_counters();
     spin_release(info_lock);
@@ -58,7 +58,7 @@ void *helper_main(void *arg) {
     if (init_worker(slot) != 0) return nullptr;
     // 2. Helpers begin once the main search has finished depth 1.
     while (load_depth() < 2 && !load_stop()) sched_yield();
-    // 3.
+    // 3. Search, unless stopped or the thread count fell
     if (slot < settings.threads && !load_stop()) search_root(slot);
     return nullptr;
 }

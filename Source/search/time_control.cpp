@@ -112,7 +112,7 @@ void check_time() {
         return;
     }
     f32 elapsed = relaxed_load(status.elapsed);
-    // 1.
+    // 1. Time left on the clock
     f32 remaining = relaxed_load(status.clock[status.root_side & 1]) - elapsed;
     if (remaining < 0.0f) remaining = 0.0f;
     // 2. The overhead option counts only up to 25 ms here.
@@ -122,15 +122,15 @@ void check_time() {
             relaxed_load(settings.move_overhead) < 25
                 ? static_cast<f32>(relaxed_load(settings.move_overhead) * 0.001)
                 : 0.025f;
-    // 3.
+    // 3. The target, at least 10 ms
     f32 target = relaxed_load(status.target_time);
     if (target < 0.01f) target = 0.01f;
     // 4. Scores far from even need a bigger drop to count.
     int margin = std::abs(view.score) > 335 ? std::abs(view.score) / 16 : 20;
-    // 5., 6.
+    // 5., 6. Adjust for the score, the best move's changes and the helpers
     f32 extra = time_extra(view, remaining, target, margin);
     extra = helper_extra(view, extra, remaining, margin);
-    // 7.
+    // 7. Stop past the limit, on a single reply, or near flag fall
     f32 limit = add_term(add_term(target, -static_cast<double>(guard)),
                          static_cast<double>(extra));
     if (elapsed >= limit ||
@@ -189,15 +189,15 @@ static void write_start_lines(const Position &pos, int game_ply) {
 
 void prepare_search() {
     Position &pos = front_worker->position;
-    // 1.
+    // 1. Start the clock; the root sits at ply 1
     reset_clock(1);
     front_worker->ply = 1;
     status.root_side = pos.side & 1;
-    // 2.
+    // 2. Settle the strength limit
     settle_strength();
-    // 3.
+    // 3. The score before any search
     relaxed_store(status.score, pos.cnt50 > 100 ? 0 : -MATE_SCORE);
-    // 4.
+    // 4. Clear the last search's results
     relaxed_store(status.best_depth, 0);
     store_depth(0);
     relaxed_store(status.target_time, 0.0f);
@@ -208,18 +208,18 @@ void prepare_search() {
     status.pv[1] = NO_MOVE;
     for (i32 &c : status.count) c = 0;
     status.finished_depth = 0;
-    // 5.
+    // 5. A new hash age; without a table, no hashing
     if (++status.age >= 32) status.age = 1;
     if (settings.hash_mb < 1) status.use_hash = 0;
-    // 6.
+    // 6. Clear the per-depth records
     for (int d = 0; d < PV_LENGTH; d++) {
         relaxed_store(status.score_at[d], -INFINITE_SCORE);
         status.move_at[d] = NO_MOVE;
         status.nodes_at[d] = 0;
     }
-    // 7.
+    // 7. Read the clock
     read_elapsed();
-    // 8.
+    // 8. The time budget for this move
     int game_ply = front_worker->hist_index;
     f32 target = base_budget(status.clock[status.root_side], game_ply);
     // Fixed time per move has just set the clock to that time.
@@ -233,6 +233,6 @@ void prepare_search() {
         target = static_cast<f32>(target + share * settings.level_inc);
     }
     relaxed_store(status.target_time, target);
-    // 11.
+    // 11. Log the position and the target
     if (settings.noise < 9999.0f) write_start_lines(pos, game_ply);
 }

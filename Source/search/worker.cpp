@@ -61,7 +61,7 @@ u64 runaway_cap(u64 nodes) {
 }
 
 int init_worker(int slot) {
-    // 1.
+    // 1. The slot's block, reused or new
     // Other threads read the slots while this one fills its own, so a new
     // block is published only when it is ready.
     Worker *w = worker_at(slot);
@@ -69,7 +69,7 @@ int init_worker(int slot) {
     if (fresh) w = allocate_worker();
     if (!w) return -1;
 
-    // 2.
+    // 2. A random seed of its own
     spin_take(random_lock);
     w->rng_seed = static_cast<u32>(std::rand());
     spin_release(random_lock);
@@ -89,18 +89,18 @@ int init_worker(int slot) {
     w->last_move = front_worker->last_move;
     w->ply = 1;
 
-    // 5.
+    // 5. The node limit and the runaway cap
     w->node_limit =
         settings.max_nodes ? settings.max_nodes : 1000000000000000ULL;
     w->node_cap =
         settings.max_nodes ? runaway_cap(settings.max_nodes) : UINT64_MAX;
 
-    // 6.
+    // 6. Root node types and fresh move lists
     w->plies[0].node_type = 0;
     w->plies[1].node_type = 0;
     reset_move_lists(w);
 
-    // 7.
+    // 7. Clear the line, the counters and the caches
     std::memset(w->pv, 0, sizeof w->pv);
     // The counters and the progress fields are read by other threads.
     for (u64 *count :

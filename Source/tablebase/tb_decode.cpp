@@ -98,7 +98,7 @@ PairsData *tb_setup_pairs(const u8 *&cursor, const u8 *file_end, u64 table_size,
         cursor = d + 2;
         return pairs;
     }
-    // 2.
+    // 2. The header: block size, index bits, code lengths
     if (!fits(d, 12, file_end)) return nullptr;
     int block_size = d[1], idx_bits = d[2];
     u64 real_blocks = read_le32(d + 4);
@@ -121,18 +121,18 @@ PairsData *tb_setup_pairs(const u8 *&cursor, const u8 *file_end, u64 table_size,
     pairs->num_syms = symbols;
     pairs->table_size = table_size;
     pairs->file_end = file_end;
-    // 4.
+    // 4. Where the code offsets and the symbol pairs lie
     pairs->offset = d + 10;
     pairs->sym_pat = d + 12 + 2 * h;
     cursor = d + header;
-    // 5.
+    // 5. The sizes of the index, size and data tables
     pairs->num_indices = (table_size + (1ULL << idx_bits) - 1) >> idx_bits;
     pairs->num_blocks = blocks;
     pairs->real_num_blocks = real_blocks;
     sizes_out[0] = pairs->num_indices * 6;
     sizes_out[1] = blocks * 2;
     sizes_out[2] = real_blocks << block_size;
-    // 6.
+    // 6. The length of every symbol
     u8 done[TB_MAX_SYMS];
     std::memset(done, 0, sizeof done);
     for (u32 s = 0; s < symbols; s++)
@@ -140,7 +140,7 @@ PairsData *tb_setup_pairs(const u8 *&cursor, const u8 *file_end, u64 table_size,
             tb_free_pairs(pairs);
             return nullptr;
         }
-    // 7.
+    // 7. The first code of each length
     set_bases(pairs, h);
     return pairs;
 }
@@ -163,16 +163,16 @@ static bool find_block(const PairsData *p, u64 &block, i64 &lit) {
 }
 
 int tb_decompress(const PairsData *p, u64 index, int type) {
-    // 1.
+    // 1. A one-value table; an index out of range fails
     if (p->idx_bits == 0) return p->const_value[0];
     if (index >= p->table_size) return -1;
-    // 2.
+    // 2. The index record: its block and the offset in it
     u64 main_index = index >> p->idx_bits;
     const u8 *record = p->index_table + 6 * main_index;
     i64 lit = static_cast<i64>(index & ((1ULL << p->idx_bits) - 1)) -
               (1LL << (p->idx_bits - 1)) + read_le16(record + 4);
     u64 block = read_le32(record);
-    // 3.
+    // 3. Walk to the block that holds the value
     if (!find_block(p, block, lit)) return -1;
     if (block >= p->real_num_blocks) return -1;
     // 4. The decoder may fetch a word beyond the block's last code: reads
@@ -180,7 +180,7 @@ int tb_decompress(const PairsData *p, u64 index, int type) {
     const u8 *at = p->data + (block << p->block_size);
     const u8 *end = p->file_end;
     if (!fits(at, 8, end)) return -1;
-    // 5.
+    // 5. Decode symbols up to the one that holds the value
     u64 code = read_be64(at);
     at += 8;
     int bits_used = 0;
@@ -205,7 +205,7 @@ int tb_decompress(const PairsData *p, u64 index, int type) {
             at += 4;
         }
     }
-    // 6.
+    // 6. Descend the symbol's pairs to a single value
     while (p->sym_len[symbol] != 0) {
         u32 s1, s2;
         symbol_halves(p, symbol, s1, s2);
@@ -216,7 +216,7 @@ int tb_decompress(const PairsData *p, u64 index, int type) {
             symbol = s2;
         }
     }
-    // 7.
+    // 7. The value
     const u8 *w = p->sym_pat + 3 * symbol;
     return type == WDL ? w[0] : (w[0] | ((w[1] & 15) << 8));
 }

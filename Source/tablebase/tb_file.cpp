@@ -284,10 +284,10 @@ static int dtz_value(const DtzMaps &maps, int value, int s) {
 }
 
 int tb_probe_table(const TbPosition &pos, int s, int *success, int type) {
-    // 1.
+    // 1. The material key; bare kings draw
     u64 key = tb_material_key(pos, 0);
     if (type == WDL && key == 0) return 0;
-    // 2.
+    // 2. The table of this material
     TbHashSlot *slot = tb_find_slot(key);
     TbEntry *entry =
         slot ? slot->entry.load(std::memory_order_acquire) : nullptr;
@@ -295,12 +295,12 @@ int tb_probe_table(const TbPosition &pos, int s, int *success, int type) {
         *success = 0;
         return 0;
     }
-    // 3., 4.
+    // 3., 4. Map the file on first use
     if (!tb_first_use(entry, pos, key, type)) {
         *success = 0;
         return 0;
     }
-    // 5.
+    // 5. The colours as the table sees them, and the side to read
     bool flip, bside;
     if (entry->symmetric) {
         flip = pos.turn == 0;
@@ -309,7 +309,7 @@ int tb_probe_table(const TbPosition &pos, int s, int *success, int type) {
         flip = key != entry->key;
         bside = flip == (pos.turn != 0);
     }
-    // 6., 7.
+    // 6., 7. The squares of the men, in the table's order
     int sq[TB_MAX_MEN];
     int num = entry->num;
     if (num > TB_MAX_MEN || count_bits(pos.white | pos.black) != num) {
@@ -345,12 +345,12 @@ int tb_probe_table(const TbPosition &pos, int s, int *success, int type) {
         *success = 0;
         return 0;
     }
-    // 8.
+    // 8. The index
     u64 index = entry->has_pawns ? tb_encode_pawn(ei, entry, sq)
                                  : tb_encode_piece(ei, entry, sq);
-    // 9.
+    // 9. The stored value
     int value = index == ~0ULL ? -1 : tb_decompress(ei.precomp, index, type);
-    // 10.
+    // 10. Map a DTZ value; check the range
     if (value >= 0 && type == DTZ) value = dtz_value(*maps, value, s);
     if (value < 0 || (type == WDL && value > 4)) {
         *success = 0;

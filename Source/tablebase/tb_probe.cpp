@@ -14,7 +14,7 @@ static bool takes_a_man(const TbPosition &pos, TbMove m) {
 
 int tb_probe_ab(const TbPosition &pos, int alpha, int beta, int *success) {
     if (pos.ep != 0) tb_assert_failed("pos->ep == 0");
-    // 1.
+    // 1. Search the captures
     TbMove moves[TB_MAX_MOVES];
     TbMove *end = tb_gen_captures(pos, moves);
     for (TbMove *m = moves; m < end; m++) {
@@ -27,7 +27,7 @@ int tb_probe_ab(const TbPosition &pos, int alpha, int beta, int *success) {
             alpha = v;
         }
     }
-    // 2.
+    // 2. The table's value, unless a capture does better
     int v = tb_probe_table(pos, 0, success, WDL);
     return alpha > v ? alpha : v;
 }
@@ -49,17 +49,17 @@ static int only_en_passant_draw(const TbPosition &pos, int best_ep,
 }
 
 int tb_probe_wdl(const TbPosition &pos, int *success) {
-    // 1.
+    // 1. Generate the captures
     *success = 1;
     TbMove moves[TB_MAX_MOVES];
     TbMove *end = tb_gen_captures(pos, moves);
-    // 2.
+    // 2. Without a capture the table answers
     if (end == moves) {
         int v = tb_probe_table(pos, 0, success, WDL);
         if (*success == 0) return 0;
         return v;
     }
-    // 3.
+    // 3. Search the captures; a winning one settles it
     int best_cap = -3, best_ep = -3;
     for (TbMove *m = moves; m < end; m++) {
         bool ep = tb_is_en_passant(pos, *m);
@@ -79,10 +79,10 @@ int tb_probe_wdl(const TbPosition &pos, int *success) {
                 best_cap = v;
         }
     }
-    // 4.
+    // 4. The table's value
     int v = tb_probe_table(pos, 0, success, WDL);
     if (*success == 0) return 0;
-    // 5.
+    // 5. En passant better than the other captures
     if (best_ep > best_cap) {
         if (best_ep > v) {
             *success = 2;
@@ -90,14 +90,14 @@ int tb_probe_wdl(const TbPosition &pos, int *success) {
         }
         best_cap = best_ep;
     }
-    // 6.
+    // 6. A capture at least as good as the table
     if (best_cap >= v) {
         *success = 1 + (best_cap > 0);
         return best_cap;
     }
-    // 7.
+    // 7. No en passant, or no draw: the table's value holds
     if (best_ep < -2 || v != 0) return v;
-    // 8.
+    // 8. A draw that only en passant keeps
     return only_en_passant_draw(pos, best_ep, success);
 }
 
@@ -125,10 +125,10 @@ static int dtz_by_one_ply(const TbPosition &pos, int wdl, const TbMove *moves,
 }
 
 int tb_probe_dtz(const TbPosition &pos, int *success) {
-    // 1.
+    // 1. The WDL value; a draw is 0
     int wdl = tb_probe_wdl(pos, success);
     if (wdl == 0 || *success == 0) return 0;
-    // 2.
+    // 2. A capture decides: the counter resets now
     if (*success == 2) return WDL_TO_DTZ[wdl + 2];
     // 3. A winning pawn move that keeps the win resets the counter now.
     TbMove moves[TB_MAX_MOVES];
@@ -150,10 +150,10 @@ int tb_probe_dtz(const TbPosition &pos, int *success) {
             if (v == wdl) return WDL_TO_DTZ[wdl + 2];
         }
     }
-    // 4.
+    // 4. The table's distance
     int dtz = tb_probe_table(pos, wdl, success, DTZ);
     if (*success >= 0) return WDL_TO_DTZ[wdl + 2] + (wdl > 0 ? dtz : -dtz);
-    // 5.
+    // 5. Not stored for this side: one ply of moves
     if (wdl < 0) end = tb_gen_moves(pos, moves);
     int best = dtz_by_one_ply(pos, wdl, moves, end, success);
     if (*success == 0) return 0;

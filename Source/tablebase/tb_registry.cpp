@@ -307,22 +307,22 @@ static void allocate_entries() {
 }
 
 void tb_init_path(const char *path) {
-    // 1.
+    // 1. The index tables, once
     if (!index_tables_filled) {
         tb_init_index_tables();
         index_tables_filled = true;
     }
-    // 2., 3.
+    // 2., 3. Drop the tables of the last path
     free_loaded_path();
     TB_LARGEST = 0;
-    // 4.
+    // 4. No path, no tables
     if (!path || !*path || std::strcmp(path, "<empty>") == 0) return;
-    // 5.
+    // 5. Split the path into folders
     split_path(path);
-    // 6.
+    // 6. Reset the counts
     num_wdl = num_dtm = num_dtz = 0;
     tb_largest_wdl = tb_largest_dtm = 0;
-    // 7., 8.
+    // 7., 8. Room for the entries; an empty lookup table
     allocate_entries();
     for (TbHashSlot &s : tb_hash) {
         s.key = 0;
@@ -337,7 +337,7 @@ void tb_init_path(const char *path) {
                     {3, 0, false}, {2, 2, true},  {3, 1, false}, {4, 0, false},
                     {5, 0, false}, {4, 1, false}, {3, 2, false}};
     for (const auto &p : PATTERNS) try_materials(p.white, p.black, p.ordered);
-    // 10.
+    // 10. Report what was found
     TB_LARGEST = std::max(tb_largest_wdl, tb_largest_dtm);
     std::printf(
         "info string Found %d WDL, %d DTM and %d DTZ tablebase files. "

@@ -82,14 +82,14 @@ void set_bench_limits() {
 }
 
 void run_bench(bool inline_search) {
-    // 1.
+    // 1. Time and depth limits
     set_bench_limits();
-    // 2.
+    // 2. Announce
     char text[128];
     std::snprintf(text, sizeof text, "%s running benchmark using %d threads",
                   ENGINE_VERSION, settings.threads);
     print_line(text);
-    // 3.
+    // 3. Search each position from an empty hash table
     f32 total_time = 0.01f, total_nodes = 0.0f;
     for (int i = 0; i < BENCH_POSITION_COUNT; i++) {
         set_fen(front_worker->position, BENCH_POSITIONS[i]);
@@ -108,12 +108,12 @@ void run_bench(bool inline_search) {
                       static_cast<double>(elapsed));
         print_line(text);
     }
-    // 4.
+    // 4. The totals
     std::snprintf(
         text, sizeof text, "total time= %0.2f seconds, nodes= %.0f, nps= %.0f",
         static_cast<double>(total_time), static_cast<double>(total_nodes),
         static_cast<double>(total_nodes / total_time));
     print_line(text);
-    // 5.
+    // 5. Done: quit
     settings.quit = 1;
 }

@@ -167,44 +167,44 @@ static void write_children(FILE *children) {
 // 6.  One line of the file; returns false once quit was asked for.
 static bool analyze_line(const char *line, const EpdFiles &files, int children,
                          EpdTotals &t) {
-    // 1.
+    // 1. Skip comments, indented and short lines
     if (line[0] == ' ' || line[0] == '#' || line[0] == ';') return true;
     if (std::strlen(line) <= 9) return true;
-    // 2.
+    // 2. Read the record and set up its position
     EpdFields f;
     epd_parse(line, f);
     Position &pos = front_worker->position;
     set_fen(pos, f.fen);
     t.positions++;
-    // 3.
+    // 3. Show the position
     if (settings.noise != NEVER_PRINT) {
         print_text("pos= %d", t.positions);
         print_text("%.*s", static_cast<int>(std::strcspn(line, "\r\n")), line);
         print_board(pos);
     }
-    // 4. - 6.
+    // 4. - 6. Search it, the hash table cleared first
     if (status.use_hash) hash_clear();
     search_position();
     store_state(0);
     bool quit = settings.quit != 0;
     read_elapsed();
     f32 elapsed = relaxed_load(status.elapsed);
-    // 7. - 8.
+    // 7. - 8. Add to the totals
     t.total_nodes += status.nodes;
     t.total_time += elapsed;
     t.depth_sum += status.best_depth;
     t.bf_sum += static_cast<f32>(branching_factor(status.best_depth));
-    // 9. - 12.
+    // 9. - 12. Judge, print and write the answer
     Move best = status.pv[1];
     score_answer(f, best, t);
     print_answer(best, elapsed);
     if (best != NO_MOVE) write_answer(files.out, line, f, best);
     if (children) write_children(files.children);
-    // 13.
+    // 13. Go on unless quit was asked for
     return !quit;
 }
 
-// 7.
+// 7. The summary of the whole file
 static void print_summary(const EpdTotals &t) {
     double positions = t.positions;
     double nodes = static_cast<double>(t.total_nodes);
@@ -237,27 +237,27 @@ static bool close_all(EpdFiles &files) {
 }
 
 bool epd_analyze(const char *path, int write_children) {
-    // 1.
+    // 1. The output file's default name
     if (!settings.output_file[0])
         std::strcpy(settings.output_file, "analysis.epd");
-    // 2.
+    // 2. Open the files
     EpdFiles files{std::fopen(path, "r"), std::fopen(settings.output_file, "w"),
                    std::fopen("tmp_0.epd", "w")};
     if (!files.in || !files.out || !files.children) {
         close_all(files);
         return false;
     }
-    // 3. - 5.
+    // 3. - 5. Announce; no hash below depth 4; full speed
     print_text("Analyzing %s...", path);
     if (settings.max_depth < 4) status.use_hash = 0;
     settings.calib_nps = 10000000.0f;
     settings.calib_elo = 4000.0f;
-    // 6.
+    // 6. Every line of the file
     EpdTotals totals;
     char line[EPD_LINE_SIZE];
     while (std::fgets(line, sizeof line, files.in))
         if (!analyze_line(line, files, write_children, totals)) break;
-    // 7.
+    // 7. The summary
     print_summary(totals);
     return close_all(files);
 }

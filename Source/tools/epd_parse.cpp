@@ -39,7 +39,7 @@ int epd_parse(const char *line, EpdFields &f) {
         if (n < EPD_LINE_SIZE - 1) f.fen[n++] = *p;
     }
     if (*p != ' ') return 1;
-    // 2.
+    // 2. Skip the move counters
     p = skip_counters(p + 1);
     // 3. Opcodes, "name value;" each; blanks inside a value are dropped.
     for (;;) {

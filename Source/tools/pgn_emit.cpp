@@ -48,7 +48,7 @@ static int emit_listing(FILE *out, FILE *aux, const PgnPly &p, bool &marked) {
     int i = p.index, s = score_at(p, i);
     bool black = i % 2 == 1;
     char number[16], text[SCORE_TEXT_LIMIT + 1] = "";
-    // 1.
+    // 1. The move number and the score
     if (black)
         std::snprintf(number, sizeof number, "     ");
     else
@@ -58,7 +58,7 @@ static int emit_listing(FILE *out, FILE *aux, const PgnPly &p, bool &marked) {
     char fen[FEN_BUFFER_SIZE], epd[FEN_BUFFER_SIZE + 32];
     get_fen(*p.pos, fen, 1);
     int written = 0;
-    // 2.
+    // 2. The answer to a blunder, as a best-move record
     if (marked) {
         append_text(text, " ! ");
         std::snprintf(epd, sizeof epd, "%s bm %s;", fen, p.moves[i].text);
@@ -67,14 +67,14 @@ static int emit_listing(FILE *out, FILE *aux, const PgnPly &p, bool &marked) {
         written++;
         marked = false;
     }
-    // 3.
+    // 3. A blunder, as an avoid-move record
     if (looks_like_blunder(p)) {
         append_text(text, " ? ");
         std::snprintf(epd, sizeof epd, "%s am %s;", fen, p.moves[i].text);
         append_text(text, epd);
         marked = true;
     }
-    // 4.
+    // 4. The line
     std::fprintf(out, "%s %-6s  {%s}\n", number, p.moves[i].text, text);
     return written;
 }

@@ -55,9 +55,9 @@ static void quoted_value(const char *line, char *out, size_t size) {
 
 int pgn_comment_score(const char *text, int fcp_format, bool *from_white) {
     *from_white = false;
-    // 1.
+    // 1. A book move has no score
     if (std::strstr(text, "book")) return 0;
-    // 2.
+    // 2. An "eval" comment
     if (const char *eval = std::strstr(text, "eval ")) {
         char value[32];
         std::snprintf(value, sizeof value, "%s", eval + 5);
@@ -92,7 +92,7 @@ static void finish_comment(PgnScan &s) {
     int value = pgn_comment_score(s.comment, s.fcp_format, &from_white);
     // 4. After an even count Black moved last: White's view is negated.
     if (from_white && s.count % 2 == 0) value = -value;
-    // 5.
+    // 5. A comment before any move scores nothing
     if (s.count == 0) {
         s.comment_depth = 0;
         return;
@@ -214,7 +214,7 @@ static bool close_files(PgnScan &s, FILE *in) {
 }
 
 bool pgn_scan(int selector) {
-    // 1.
+    // 1. The output's default name; open the files
     if (!settings.output_file[0])
         std::snprintf(settings.output_file, sizeof settings.output_file,
                       "tmp.epd");
@@ -228,7 +228,7 @@ bool pgn_scan(int selector) {
     settings.log = 0;
     s->selector = selector;
     s->moves[0].score = PGN_FIRST_UNSET;
-    // 2-4.
+    // 2-4. Tags and movetext, line by line
     char line[PGN_LINE_SIZE];
     while (std::fgets(line, sizeof line, in)) {
         if (line[0] == '[' && line[1] != '%')
@@ -236,7 +236,7 @@ bool pgn_scan(int selector) {
         else if (!s->skip && s->count <= PGN_MAX_MOVES - 1 && line[0])
             read_movetext(*s, line);
     }
-    // 5.
+    // 5. The last game
     if (s->count) emit_game(*s);
     std::fputs("\n", s->out);
     bool ok = close_files(*s, in);

@@ -99,7 +99,7 @@ static bool write_pruned(const std::vector<int> &kept) {
 }
 
 bool prune_network() {
-    // 1.
+    // 1. Room for the records; seed the generator
     size_t bytes = TRAIN_CAPACITY * sizeof(TrainRecord);
     void *block = mmap(nullptr, bytes, PROT_READ | PROT_WRITE,
                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
@@ -107,7 +107,7 @@ bool prune_network() {
     TrainRecord *records = static_cast<TrainRecord *>(block);
     std::printf("allocated %.0f Mbytes for training data.\n", 9600.0);
     std::srand(static_cast<unsigned>(std::time(nullptr)));
-    // 2.
+    // 2. Read the records
     const char *file = settings.input_file;
     bool read_ok = false;
     u64 count = read_records(file, records, read_ok);
@@ -115,7 +115,7 @@ bool prune_network() {
                 file);
     std::printf("total positions= %d\n", static_cast<int>(count));
     print_line("Collecting stats ...\n");
-    // 3. - 5.
+    // 3. - 5. Sum each neuron's share over the records
     std::vector<float> totals;
     for (u64 i = 0; i < count && network_ready(); i++) {
         if (!set_record(records[i])) continue;
@@ -124,7 +124,7 @@ bool prune_network() {
         add_stats(totals);
     }
     munmap(block, bytes);
-    // 6.
+    // 6. Write, unless there is nothing to prune
     std::printf("Writing pruned net to pruned.bin ...\n");
     std::fflush(stdout);
     // No usable record, or no net, is nothing to prune by; a net already
@@ -132,6 +132,6 @@ bool prune_network() {
     bool ok = read_ok && !totals.empty() && network_ready();
     if (!network_ready() || network.layer1_size <= PRUNED_SIZE) return ok;
     if (totals.empty()) totals.assign(network.layer1_size, 0.0f);
-    // 7., 8.
+    // 7., 8. Keep the strongest neurons and write them
     return write_pruned(choose_neurons(totals)) && ok;
 }

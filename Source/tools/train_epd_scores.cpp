@@ -97,23 +97,23 @@ static bool tune_line(const char *line, FILE *out, int selector, int &count) {
     if (line[0] == ' ' || line[0] == '#' || line[0] == ';') return false;
     static EpdFields f;
     epd_parse(line, f);
-    // 7. - 8.
+    // 7. - 8. Skip a score that contradicts the result
     int ce = f.ce[0] ? std::atoi(f.ce) : -9999;
     double p = win_probability(ce);
     double g = f.gr[0] ? std::atof(f.gr) : p;
     if (f.ce[0] && f.gr[0] && contradicts_result(g, p)) return false;
-    // 9.
+    // 9. Skip a position in check
     Position &pos = front_worker->position;
     set_fen(pos, f.fen);
     if (find_attacker(pos, pos.king_sq[pos.side], pos.side ^ 1,
                       occupied_squares(pos)) != NO_SQUARE)
         return false;
-    // 10. - 12.
+    // 10. - 12. Search; skip a score that contradicts the result
     if (status.use_hash) hash_clear();
     search_one(count++);
     int score = corrected_score(status.score);
     if (f.gr[0] && contradicts_result(g, win_probability(score))) return false;
-    // 13. - 14.
+    // 13. - 14. Write the leaf, or the quiet root
     if (selector == 1) {
         write_leaf(out, f, ce, score, g);
         return true;
@@ -127,7 +127,7 @@ bool tune_make(int selector) {
         std::strcpy(settings.output_file, "tune_new.epd");
     if (std::strcmp(settings.output_file, settings.input_file) == 0)
         return false;
-    // 2.
+    // 2. Open the files
     FILE *in = std::fopen(settings.input_file, "r");
     if (!in) return false;
     FILE *out = std::fopen(settings.output_file, "w");
@@ -135,7 +135,7 @@ bool tune_make(int selector) {
         std::fclose(in);
         return false;
     }
-    // 3.
+    // 3. Announce; quiet output; no hash below depth 3
     char text[200];
     std::snprintf(text, sizeof text, "Creating file %s", settings.output_file);
     print_line(text);
@@ -146,10 +146,10 @@ bool tune_make(int selector) {
         std::snprintf(settings.syzygy_path, 144, "%s", TUNE_SYZYGY_PATH);
         tb_init();
     }
-    // 5.
+    // 5. Full speed
     settings.calib_nps = 10000000.0f;
     settings.calib_elo = 4000.0f;
-    // 6. - 16.
+    // 6. - 16. Every line of the file
     end_of_input_quits = false;
     char line[256];
     int searched = 0, written = 0;

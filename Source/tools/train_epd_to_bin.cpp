@@ -30,12 +30,12 @@ static int clamp_score(int v, int limit) {
 }
 
 bool epd_line_record(const char *line, TrainRecord &out) {
-    // 3.
+    // 3. Skip comments, indented and short lines; parse the rest
     if (line[0] == ' ' || line[0] == '#' || line[0] == ';') return false;
     if (std::strlen(line) <= 19) return false;
     static EpdFields f;
     epd_parse(line, f);
-    // 4.
+    // 4. The scores and the result, filled in from each other
     int ce = opcode_value(f.ce), sc = opcode_value(f.sc);
     if (ce == ABSENT && sc == ABSENT) return false;
     if (ce == ABSENT) ce = sc;
@@ -51,11 +51,11 @@ bool epd_line_record(const char *line, TrainRecord &out) {
     // 6. A table's verdict stands above the game's result.
     int r = tb_probe_search(pos, 2);
     if (r == 2) g = 0.5;
-    // 7.
+    // 7. The result as a logit; a table's win or loss is certain
     i16 logit = result_logit(g);
     if (r == 4) logit = RESULT_LOGIT_WIN;
     if (r == 0) logit = -RESULT_LOGIT_WIN;
-    // 8.
+    // 8. Pack the record
     out = pack_position(pos);
     out.result_logit = logit;
     out.ce = static_cast<i16>(ce);
@@ -93,12 +93,12 @@ bool epd_to_bin() {
     TrainRecord *records = static_cast<TrainRecord *>(block);
     std::printf("allocated %.0f Mbytes for training data.\n", 9600.0);
     std::printf("reading positions from file %s.\n", settings.input_file);
-    // 3. - 8.
+    // 3. - 8. A record for every usable line
     u64 count = 0;
     char line[256];
     while (count < TRAIN_CAPACITY && std::fgets(line, 255, in))
         if (epd_line_record(line, records[count])) count++;
-    // 9.
+    // 9. Write the records
     std::printf("read %.0f positions.\n\n", static_cast<double>(count));
     bool ok = !std::ferror(in);
     std::fclose(in);
