@@ -54,10 +54,10 @@ ttune: deps
 # and a short match (scripts/make_net.sh names the variables that steer it).
 net: ttune $(EXE)
 	@cmake --build $(BUILD) -j $(JOBS) --target eval_bench
-	@TTUNE_EXE=./$(TTUNE_EXE) EXE=./$(EXE) BUILD=$(BUILD) sh scripts/make_net.sh
+	@TTUNE_EXE=$(abspath $(TTUNE_EXE)) EXE=$(abspath $(EXE)) BUILD=$(BUILD) sh scripts/make_net.sh
 
 run: $(EXE)
-	./$(EXE)
+	$(abspath $(EXE))
 
 # Every test twice: the release build for this processor, then an
 # AddressSanitizer + UndefinedBehaviorSanitizer build of the same sources for
