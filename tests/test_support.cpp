@@ -87,9 +87,10 @@ Move coord_move(const char *text) {
 
 std::vector<PerftLine> load_perft_suite(const char *file) {
     std::vector<PerftLine> lines;
-    FILE *f = std::fopen(data_path(file), "r");
+    std::string path = data_path(file);
+    FILE *f = std::fopen(path.c_str(), "r");
     if (!f) {
-        ADD_FAILURE() << "can't read " << data_path(file);
+        ADD_FAILURE() << "can't read " << path;
         return lines;
     }
     char buffer[1024];
