@@ -83,9 +83,11 @@ if command -v ethereal-chess >/dev/null 2>&1; then
 fi
 
 echo
-echo "tablebases, single thread: random positions of every table in the shared folder"
-"$build/bench/tb_bench" "${QUILLON_SHARED_DIR:-../shared}/syzygy" 20000
+# The repository's tables, or another folder of them (QUILLON_BENCH_TB).
+tables=${QUILLON_BENCH_TB:-tests/data/syzygy}
+echo "tablebases, single thread: random positions of every table in $tables"
+"$build/bench/tb_bench" "$tables" 20000
 
 echo
 echo "opening book, single thread, median of 5 rounds: lookups on the sample book, -mkbook on the sample games ten times over"
-"$build/bench/book_bench" "${QUILLON_SHARED_DIR:-../shared}/data/sample_book.bin" "${QUILLON_SHARED_DIR:-../shared}/data/sample_games.pgn" 10
+"$build/bench/book_bench" tests/data/sample_book.bin tests/data/sample_games.pgn 10

@@ -7,7 +7,7 @@ import random
 import subprocess
 import sys
 
-SYZYGY = "../shared/syzygy"
+SYZYGY = "tests/data/syzygy"
 ENGINE = "/usr/games/stockfish"
 
 

@@ -9,6 +9,9 @@
 # Every setting is a variable: NET_DATA, NET_POSITIONS, NET_THREADS,
 # NET_NODES, NET_SEED, NET_GEN_EVAL, NET_HIDDEN, NET_TARGET, NET_LAMBDA,
 # NET_SUM_BOUND, NET_QUIET, NET_SAMPLES, NET_OUT, NET_PREVIOUS, NET_ROUNDS.
+# The match needs node and the match runner match.mjs, which is not part
+# of the repository: QUILLON_MATCH_TOOL names it (../shared/tools/match.mjs
+# when unset); without it step 4 is skipped with a message.
 # The new net is left in NET_OUT; it is built into ./quillon only when
 # copied over nets/quillon.nnue.  Each step that fails stops the chain with
 # a message and a non-zero status; NET_OUT is removed before training, so
@@ -32,7 +35,8 @@ samples=${NET_SAMPLES:-216}      # millions of samples trained on, all epochs
 out=${NET_OUT:-nets/new.nnue}
 previous=${NET_PREVIOUS:-nets/quillon.nnue}
 rounds=${NET_ROUNDS:-50}
-shared=${QUILLON_SHARED_DIR:-../shared}
+match=${QUILLON_MATCH_TOOL-../shared/tools/match.mjs}
+openings=$(dirname "$0")/../tests/data/openings.epd
 
 fail() {
     echo "make net: $*" >&2
@@ -66,9 +70,12 @@ else
 fi
 
 echo "== 4. $rounds pairs of games at 5000 nodes a move against the previous net"
-match="$shared/tools/match.mjs"
-if ! command -v node >/dev/null 2>&1 || [ ! -f "$match" ]; then
-    echo "(no node or no $match: no match)"
+if ! command -v node >/dev/null 2>&1; then
+    echo "(no node: the match is skipped)"
+    exit 0
+fi
+if [ -z "$match" ] || [ ! -f "$match" ]; then
+    echo "(no match runner ${match:-given}: set QUILLON_MATCH_TOOL to match.mjs; the match is skipped)"
     exit 0
 fi
 if [ -f "$previous" ]; then
@@ -88,7 +95,7 @@ node "$match" \
     --engine cmd="$(realpath "$engine")" name=new "option.NN_File=$(realpath "$out")" \
     --engine cmd="$(realpath "$engine")" name=$old_name "$old" \
     --each option.Threads=1 option.Hash=16 --nodes 5000 --rounds "$rounds" \
-    --concurrency "$threads" --openings "$shared/data/openings.epd" --seed 7 \
+    --concurrency "$threads" --openings "$openings" --seed 7 \
     --draw-adj movenumber=40 movecount=8 score=10 \
     --resign-adj movecount=3 score=900 >"$log" 2>&1 || status=$?
 if [ "$status" -ne 0 ]; then

@@ -160,7 +160,7 @@ def main():
     assert len(wdl) == len(fens) == len(dtz), (len(wdl), len(fens))
     with open(out, "w") as f:
         f.write("# FEN;wdl;dtz of random positions, from Debian's stockfish probing\n")
-        f.write("# the shared Syzygy tables (scripts/make_tb_oracle.py).\n")
+        f.write("# the Syzygy tables in %s (scripts/make_tb_oracle.py).\n" % folder)
         for fen, w, d in zip(fens, wdl, dtz):
             f.write("%s;%d;%d\n" % (fen, w, d))
 

@@ -2,13 +2,16 @@
 # A net's match at a time control: the net (through NN_File) against the
 # hand-written evaluation of the same binary, another net in the same
 # binary, or Debian's ethereal-chess, one thread and 16 MB of hash each,
-# game pairs from the shared openings with a fixed seed (NET_MATCH_SEED),
+# game pairs from tests/data/openings.epd with a fixed seed (NET_MATCH_SEED),
 # adjudicated as the training matches are.  Prints the match's summary
 # lines; the whole log and the games go to NET_MATCH_DIR (/tmp by default).
 # Usage: scripts/net_match.sh NET [ROUNDS [TC [CONCURRENCY [OPPONENT]]]]
 #   ROUNDS game pairs (100), TC as match.mjs takes it (10+0.1) or
 #   nodes=N for N nodes a move, CONCURRENCY games at once (1), OPPONENT
 #   hce, ethereal or a net file (hce).
+# It needs node and the match runner match.mjs, which is not part of the
+# repository: QUILLON_MATCH_TOOL names it (../shared/tools/match.mjs when
+# unset).  Without them it says so and fails.
 set -e
 net=${1:?usage: scripts/net_match.sh NET [ROUNDS [TC [CONCURRENCY [OPPONENT]]]]}
 rounds=${2:-100}
@@ -16,13 +19,13 @@ tc=${3:-10+0.1}
 concurrency=${4:-1}
 opponent=${5:-hce}
 engine=${EXE:-./quillon}
-shared=${QUILLON_SHARED_DIR:-../shared}
+match=${QUILLON_MATCH_TOOL-../shared/tools/match.mjs}
+openings=$(dirname "$0")/../tests/data/openings.epd
 out=${NET_MATCH_DIR:-/tmp}
 seed=${NET_MATCH_SEED:-11}
 
 [ -f "$net" ] || { echo "no net file $net"; exit 1; }
 [ -x "$engine" ] || { echo "no engine $engine: run make first"; exit 1; }
-command -v node >/dev/null 2>&1 || { echo "node is needed"; exit 1; }
 
 net_path=$(realpath "$net")
 name=$(basename "$net" .nnue)
@@ -45,13 +48,17 @@ case "$tc" in
     *) limit="--tc $tc" ;;
 esac
 
+command -v node >/dev/null 2>&1 || { echo "node is needed"; exit 1; }
+[ -n "$match" ] && [ -f "$match" ] ||
+    { echo "no match runner ${match:-given}: set QUILLON_MATCH_TOOL to match.mjs"; exit 1; }
+
 log="$out/net-$name-$opponent.log"
 echo "$name against $opponent: $rounds pairs at $tc, $concurrency at once; log $log"
-node "$shared/tools/match.mjs" \
+node "$match" \
     --engine cmd="$(realpath "$engine")" name="$name" "option.NN_File=$net_path" \
     $other \
     --each option.Threads=1 option.Hash=16 $limit --rounds "$rounds" \
-    --concurrency "$concurrency" --openings "$shared/data/openings.epd" \
+    --concurrency "$concurrency" --openings "$openings" \
     --seed "$seed" --draw-adj movenumber=40 movecount=8 score=10 \
     --resign-adj movecount=3 score=900 --pgn "$out/net-$name-$opponent.pgn" \
     >"$log" 2>&1 || {

@@ -270,7 +270,7 @@ TEST_F(BookBuildTest, PlyBoundIsTestedOncePerLine) {
 // Keys in ascending order, every record a legal move of its position,
 // and the lookup answers from the book.
 TEST_F(BookBuildTest, SampleGamesMakeASortedPlayableBook) {
-    std::ifstream in(shared_path("data/sample_games.pgn"));
+    std::ifstream in(data_path("sample_games.pgn"));
     std::stringstream pgn;
     pgn << in.rdbuf();
     auto records = build(pgn.str());
@@ -304,10 +304,11 @@ TEST_F(BookBuildTest, SampleGamesMakeASortedPlayableBook) {
 // nesting, long lines and very long games end quietly with a report.
 TEST_F(BookBuildTest, DamagedPgnEndsQuietly) {
     std::mt19937 rng(7);
-    std::ifstream in(shared_path("data/sample_games.pgn"));
+    std::ifstream in(data_path("sample_games.pgn"));
     std::stringstream sample;
     sample << in.rdbuf();
     std::string text = sample.str().substr(0, 20000);
+    ASSERT_FALSE(text.empty());
     std::vector<std::string> inputs;
     for (int i = 0; i < 20; i++) {
         std::string noise(rng() % 3000, 0);

@@ -25,7 +25,7 @@ struct BookE2E : testing::Test {
         ASSERT_TRUE(engine.start({}, dir)) << engine.transcript();
         engine.send("setoption name OwnBook value true");
         engine.send(std::string("setoption name OwnBook_File value ") +
-                    shared_path("data/sample_book.bin"));
+                    data_path("sample_book.bin"));
         ASSERT_TRUE(engine.ready()) << engine.transcript();
     }
     void TearDown() override {
@@ -121,8 +121,8 @@ TEST(BookE2EBuilt, BinaryBuildsABookAndPlaysFromIt) {
     std::string dir = pattern;
     {
         Engine tool;
-        ASSERT_TRUE(tool.start(
-            {"-mkbook", shared_path("data/sample_games.pgn")}, dir, false));
+        ASSERT_TRUE(
+            tool.start({"-mkbook", data_path("sample_games.pgn")}, dir, false));
         EXPECT_EQ(tool.wait_exit(30000), 0) << tool.transcript();
         EXPECT_EQ(count_matching(tool.lines(), line_starts("ngames= 400, ")), 1)
             << tool.transcript();

@@ -157,7 +157,7 @@ struct BookTest : testing::Test {
 // Each published vector twice: set from its FEN, and reached by its moves
 // from the start position.
 TEST_F(BookTest, KeysMatchThePublishedVectors) {
-    std::ifstream in(shared_path("data/polyglot_keys.txt"));
+    std::ifstream in(data_path("polyglot_keys.txt"));
     int vectors = 0;
     for (std::string line; std::getline(in, line);) {
         if (line.empty() || line[0] == '#') continue;
@@ -195,7 +195,7 @@ TEST_F(BookTest, KeyIgnoresTheSearchKeyAndCountsAPinnedEnPassantPawn) {
 // of a position met on the way, and a move the position allows.
 TEST_F(BookTest, SampleBookKeysAreReachedPositions) {
     std::map<u64, std::set<Move>> seen;
-    std::ifstream games(shared_path("data/sample_games.pgn"));
+    std::ifstream games(data_path("sample_games.pgn"));
     Position &pos = front_worker->position;
     int ply = 99;
     for (std::string line; std::getline(games, line);) {
@@ -227,7 +227,7 @@ TEST_F(BookTest, SampleBookKeysAreReachedPositions) {
             ply++;
         }
     }
-    FILE *f = std::fopen(shared_path("data/sample_book.bin"), "rb");
+    FILE *f = std::fopen(data_path("sample_book.bin"), "rb");
     ASSERT_NE(f, nullptr);
     BookEntry e{};
     int records = 0, found = 0, allowed = 0, rook_from_e8 = 0;
@@ -326,7 +326,7 @@ TEST_F(BookTest, PromotionAndCastlingRecordsArePlayed) {
 
 TEST_F(BookTest, SampleBookStartPosition) {
     std::string out;
-    Move m = probe(START, shared_path("data/sample_book.bin"), 7, &out);
+    Move m = probe(START, data_path("sample_book.bin"), 7, &out);
     EXPECT_EQ(out,
               "info string ( book moves are: e2e4 d2d4 g1f3 c2c4 b2b3 f2f4  "
               ")\n");
@@ -344,7 +344,7 @@ TEST_F(BookTest, WeightedDrawFollowsTheWeights) {
     const char *moves[] = {"e2e4", "d2d4", "g1f3", "c2c4", "b2b3", "f2f4"};
     std::vector<int> adjusted;
     for (int w : weights) adjusted.push_back(w * 10000 / 442);
-    std::string book = shared_path("data/sample_book.bin");
+    std::string book = data_path("sample_book.bin");
     std::mt19937 rng(2024);
     std::vector<int> count(weights.size());
     const int draws = 4000;
@@ -368,7 +368,7 @@ TEST_F(BookTest, FirstLookupSeedsFromTheClockOnce) {
     capture([&] { book_probe(pos, path("missing.bin").c_str()); });
     EXPECT_EQ(book_seed_set, 0);  // no file opened: not seeded
     u32 before = static_cast<u32>(std::time(nullptr));
-    capture([&] { book_probe(pos, shared_path("data/sample_book.bin")); });
+    capture([&] { book_probe(pos, data_path("sample_book.bin")); });
     EXPECT_EQ(book_seed_set, 1);
     // One step of the generator from the clock's seconds.
     bool near_clock = false;
@@ -376,7 +376,7 @@ TEST_F(BookTest, FirstLookupSeedsFromTheClockOnce) {
         near_clock |= t * 12345u + 76543u == book_seed;
     EXPECT_TRUE(near_clock);
     u32 state = book_seed;
-    capture([&] { book_probe(pos, shared_path("data/sample_book.bin")); });
+    capture([&] { book_probe(pos, data_path("sample_book.bin")); });
     EXPECT_EQ(book_seed, state * 12345u + 76543u);
 }
 

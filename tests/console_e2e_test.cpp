@@ -240,7 +240,7 @@ TEST_F(ConsoleE2EFiles, SaveWritesTheGameInItsFixedForm) {
 // A game of the sample file, loaded, saved, loaded from the save and saved
 // again: the two saves are the same bytes and the boards the same.
 TEST_F(ConsoleE2EFiles, LoadSaveRoundTrip) {
-    std::filesystem::copy_file(shared_path("data/sample_games.pgn"),
+    std::filesystem::copy_file(data_path("sample_games.pgn"),
                                dir + "/games.pgn");
     start();
     // The tag picks the game; ] does nothing at the end of a loaded game.
@@ -279,7 +279,7 @@ TEST_F(ConsoleE2EFiles, LoadSaveRoundTrip) {
 // are as loose as they are written: a knight or rook move that another
 // man of its kind could make stays plain, and reads back as ambiguous.
 TEST_F(ConsoleE2EFiles, LooseFormsStopAReload) {
-    std::filesystem::copy_file(shared_path("data/sample_games.pgn"),
+    std::filesystem::copy_file(data_path("sample_games.pgn"),
                                dir + "/games.pgn");
     start();
     engine.send("load games.pgn");
@@ -402,7 +402,7 @@ using ConsoleE2EBook = ConsoleE2ETest;
 // stays as it was.
 TEST_F(ConsoleE2EBook, BookShowsTheCandidatesOfTheStartPosition) {
     ASSERT_TRUE(
-        engine.start({"-c", "-book", shared_path("data/sample_book.bin")}, dir))
+        engine.start({"-c", "-book", data_path("sample_book.bin")}, dir))
         << engine.transcript();
     ASSERT_EQ(board(), START_BOARD) << engine.transcript();
     auto out = command("book", line_starts("selecting "));
@@ -558,7 +558,7 @@ TEST_F(ConsoleE2EFuzz, RandomLines) {
                                            "3",
                                            "8/8/8/8/8/8/8/8",
                                            "4k3/8/8/8/8/8/8/4K3 w - -"};
-    std::filesystem::copy_file(shared_path("data/sample_games.pgn"),
+    std::filesystem::copy_file(data_path("sample_games.pgn"),
                                dir + "/games.pgn");
     start();
     std::mt19937 rng(20261124);

@@ -528,7 +528,7 @@ TEST_F(ConsolePgn, SaveAppendsAndLeavesTheGameWhereItWas) {
 // Random bytes, PGN pieces shuffled and cut short: every file loads to
 // some end, and the game that stands is one the console can go on with.
 TEST_F(ConsolePgn, FuzzedFilesNeverBreakTheLoad) {
-    std::ifstream sample(shared_path("data/sample_games.pgn"));
+    std::ifstream sample(data_path("sample_games.pgn"));
     std::stringstream text;
     text << sample.rdbuf();
     std::string games = text.str();

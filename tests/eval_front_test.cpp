@@ -184,7 +184,7 @@ TEST(KpTable, KnownWinDrawAndIllegal) {
 // Random king-and-pawn endings against the 3-man Syzygy tables: the
 // evaluation adds 800 exactly where the pawn's side wins.
 TEST(KpTable, AgreesWithTablebaseOracle) {
-    std::ifstream in(std::string(QUILLON_TEST_DIR) + "/data/kpk_oracle.txt");
+    std::ifstream in(data_path("kpk_oracle.txt"));
     ASSERT_TRUE(in.good());
     std::string line;
     int checked = 0;

@@ -395,7 +395,7 @@ std::vector<std::string> symmetry_positions() {
     std::vector<std::string> fens;
     u64 seed = 20240611;
     play_out(START_FEN, 25, 100, seed, fens);
-    std::ifstream epd(shared_path("data/perft_standard.epd"));
+    std::ifstream epd(data_path("perft_standard.epd"));
     std::string line;
     while (std::getline(epd, line)) {
         std::string fen = line.substr(0, line.find(';'));

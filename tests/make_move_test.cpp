@@ -587,7 +587,7 @@ TEST(CastlingRights, CapturedRookRightNeverReturns) {
 
 std::vector<std::string> epd_fens(const char *file) {
     std::vector<std::string> fens;
-    FILE *f = std::fopen(shared_path(file), "r");
+    FILE *f = std::fopen(data_path(file), "r");
     if (!f) return fens;
     char line[512];
     while (std::fgets(line, sizeof line, f)) {
@@ -604,9 +604,9 @@ std::vector<std::string> epd_fens(const char *file) {
 // Start position, the standard suite and every sixteenth Chess960 line.
 std::vector<std::string> playout_starts() {
     std::vector<std::string> starts = {START_FEN};
-    for (const std::string &f : epd_fens("data/perft_standard.epd"))
+    for (const std::string &f : epd_fens("perft_standard.epd"))
         starts.push_back(f);
-    std::vector<std::string> c960 = epd_fens("data/perft_chess960.epd");
+    std::vector<std::string> c960 = epd_fens("perft_chess960.epd");
     for (size_t i = 0; i < c960.size(); i += 16) starts.push_back(c960[i]);
     return starts;
 }

@@ -26,7 +26,7 @@ chain() {
     NET_DATA=$work/data NET_POSITIONS=${POSITIONS:-0} NET_THREADS=1 \
         NET_NODES=100 NET_HIDDEN=8 NET_SAMPLES=1 NET_OUT=$work/new.nnue \
         NET_PREVIOUS=$work/none.nnue NET_ROUNDS=1 TTUNE_EXE=$1 EXE=$engine \
-        BUILD=$work/no-build QUILLON_SHARED_DIR=$work/shared \
+        BUILD=$work/no-build QUILLON_MATCH_TOOL=$work/shared/tools/match.mjs \
         PATH=$work/bin:$PATH sh "$script" >"$work/log" 2>&1 || status=$?
     return 0
 }
@@ -53,7 +53,7 @@ printf 'not a folder' >"$work/file"
 status=0
 NET_DATA=$work/file/data NET_POSITIONS=0 NET_THREADS=1 NET_OUT=$work/new.nnue \
     TTUNE_EXE=$ttune EXE=$engine BUILD=$work/no-build \
-    QUILLON_SHARED_DIR=$work/shared sh "$script" >"$work/log" 2>&1 || status=$?
+    QUILLON_MATCH_TOOL=$work/shared/tools/match.mjs sh "$script" >"$work/log" 2>&1 || status=$?
 [ "$status" -ne 0 ] || fail "self-play into no folder passed"
 grep -q "^can't create the data folder" "$work/log" || fail "the tuner said nothing"
 grep -q "^make net: self-play failed (status 1)" "$work/log" ||

@@ -542,7 +542,7 @@ TEST_F(PickerTest, ManyQueensStayInsideOnePlysShare) {
 // once, plus the hash move once more, and no legal move goes missing.
 std::vector<std::string> suite_fens(const char *file, size_t limit) {
     std::vector<std::string> fens;
-    FILE *f = std::fopen(shared_path(file), "r");
+    FILE *f = std::fopen(data_path(file), "r");
     if (!f) return fens;
     char buffer[1024];
     while (fens.size() < limit && std::fgets(buffer, sizeof buffer, f)) {
@@ -607,9 +607,9 @@ bool check_node(Position &pos, const std::string &where) {
 }
 
 TEST_F(PickerTest, EveryPseudoLegalMoveOnceOverTheSuites) {
-    std::vector<std::string> fens = suite_fens("data/perft_standard.epd", 1000);
+    std::vector<std::string> fens = suite_fens("perft_standard.epd", 1000);
     std::vector<std::string> c960 =
-        suite_fens("data/perft_chess960_quillon.epd", 120);
+        suite_fens("perft_chess960_quillon.epd", 120);
     ASSERT_EQ(fens.size(), 138u);
     ASSERT_EQ(c960.size(), 120u);
     fens.insert(fens.end(), c960.begin(), c960.end());

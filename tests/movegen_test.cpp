@@ -467,7 +467,7 @@ TEST(GenerateAll, ConcatenatesTheGeneratorsAndSetsListPointers) {
 // terminator, flags appear only on pawn and king moves, one at a time, and
 // a castling move always lands on the g- or c-file.
 TEST(MoveCodes, GeneratedMovesAreWellFormed) {
-    FILE *f = std::fopen(shared_path("data/perft_standard.epd"), "r");
+    FILE *f = std::fopen(data_path("perft_standard.epd"), "r");
     ASSERT_NE(f, nullptr);
     char line[512];
     int lines = 0;

@@ -92,7 +92,7 @@ std::string first_fields(const std::string &line, int fields) {
 
 std::vector<std::string> epd_lines(const char *name) {
     std::vector<std::string> lines;
-    std::ifstream in(shared_path(name));
+    std::ifstream in(data_path(name));
     std::string line;
     while (std::getline(in, line))
         if (!line.empty()) lines.push_back(line);
@@ -329,7 +329,7 @@ TEST_F(NotationTest, TruncatedTexts) {
 }
 
 TEST_F(NotationTest, StandardFenRoundTrips) {
-    std::vector<std::string> lines = epd_lines("data/perft_standard.epd");
+    std::vector<std::string> lines = epd_lines("perft_standard.epd");
     ASSERT_GT(lines.size(), 100u);
     for (const std::string &line : lines) {
         std::string fen = first_fields(line, 4);
@@ -366,8 +366,7 @@ std::string kqkq_form(const Position &pos, const std::string &field) {
 }
 
 TEST_F(NotationTest, Chess960FenRoundTrips) {
-    std::vector<std::string> lines =
-        epd_lines("data/perft_chess960_quillon.epd");
+    std::vector<std::string> lines = epd_lines("perft_chess960_quillon.epd");
     ASSERT_GT(lines.size(), 900u);
     for (const std::string &line : lines) {
         std::string fen = first_fields(line, 4);
@@ -840,7 +839,7 @@ void exercise(const std::string &text) {
 TEST_F(NotationTest, FuzzTruncatedFens) {
     std::vector<std::string> fens;
     for (const char *file :
-         {"data/perft_standard.epd", "data/perft_chess960_quillon.epd"}) {
+         {"perft_standard.epd", "perft_chess960_quillon.epd"}) {
         std::vector<std::string> lines = epd_lines(file);
         for (size_t i = 0; i < lines.size(); i += 7)
             fens.push_back(first_fields(lines[i], 6));
@@ -856,7 +855,8 @@ TEST_F(NotationTest, FuzzTruncatedFens) {
 TEST_F(NotationTest, FuzzRandomTexts) {
     std::mt19937 rng(20261122);
     const std::string alphabet = "PNBRQKpnbrqk12345678/ wb-KQkqA-Ha-h0123";
-    std::vector<std::string> lines = epd_lines("data/perft_standard.epd");
+    std::vector<std::string> lines = epd_lines("perft_standard.epd");
+    ASSERT_FALSE(lines.empty());
     for (int round = 0; round < 6000; round++) {
         std::string text;
         int kind = round % 3;

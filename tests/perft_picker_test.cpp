@@ -64,7 +64,7 @@ struct PerftPickerTest : testing::Test {
 };
 
 TEST_F(PerftPickerTest, StandardSuiteToDepth3WithScrambledOrdering) {
-    std::vector<PerftLine> lines = load_perft_suite("data/perft_standard.epd");
+    std::vector<PerftLine> lines = load_perft_suite("perft_standard.epd");
     ASSERT_EQ(lines.size(), 138u);
     scramble_ordering(front_worker, 12345);
     for (size_t i = 0; i < lines.size(); i++)
@@ -79,7 +79,7 @@ TEST_F(PerftPickerTest, StandardSuiteToDepth3WithScrambledOrdering) {
 
 TEST_F(PerftPickerTest, Chess960SuiteToDepth2OnASearchWorker) {
     std::vector<PerftLine> lines =
-        load_perft_suite("data/perft_chess960_quillon.epd");
+        load_perft_suite("perft_chess960_quillon.epd");
     ASSERT_EQ(lines.size(), 960u);
     for (size_t i = 0; i < lines.size(); i++) {
         test_position(lines[i].fen.c_str());

@@ -41,7 +41,7 @@ u64 reference_count(Position &pos, int depth) {
 }
 
 TEST(Perft, StandardSuiteToDepth3) {
-    std::vector<PerftLine> lines = load_perft_suite("data/perft_standard.epd");
+    std::vector<PerftLine> lines = load_perft_suite("perft_standard.epd");
     ASSERT_EQ(lines.size(), 138u);
     for (size_t i = 0; i < lines.size(); i++)
         for (auto [depth, expected] : lines[i].counts) {
@@ -67,7 +67,7 @@ TEST(Perft, CountingLeavesTheStackAsItWas) {
 
 TEST(Perft, Chess960QuillonSuiteToDepth2) {
     std::vector<PerftLine> lines =
-        load_perft_suite("data/perft_chess960_quillon.epd");
+        load_perft_suite("perft_chess960_quillon.epd");
     ASSERT_EQ(lines.size(), 960u);
     for (size_t i = 0; i < lines.size(); i++)
         for (int depth = 1; depth <= 2; depth++) {
@@ -81,9 +81,8 @@ TEST(Perft, Chess960QuillonSuiteToDepth2) {
 TEST(Perft, Chess960ReferenceGivesPublicCountsToDepth3) {
     // The full rule reproduces the public list on all 960 lines; where the
     // two lists agree, Quillon's own count gives the same numbers.
-    std::vector<PerftLine> pub = load_perft_suite("data/perft_chess960.epd");
-    std::vector<PerftLine> own =
-        load_perft_suite("data/perft_chess960_quillon.epd");
+    std::vector<PerftLine> pub = load_perft_suite("perft_chess960.epd");
+    std::vector<PerftLine> own = load_perft_suite("perft_chess960_quillon.epd");
     ASSERT_EQ(pub.size(), 960u);
     ASSERT_EQ(own.size(), 960u);
     int agreeing = 0;
@@ -104,9 +103,8 @@ TEST(Perft, Chess960ReferenceGivesPublicCountsToDepth3) {
 }
 
 TEST(Perft, Chess960DifferencesAreExactlyTheCastlingRule) {
-    std::vector<PerftLine> pub = load_perft_suite("data/perft_chess960.epd");
-    std::vector<PerftLine> own =
-        load_perft_suite("data/perft_chess960_quillon.epd");
+    std::vector<PerftLine> pub = load_perft_suite("perft_chess960.epd");
+    std::vector<PerftLine> own = load_perft_suite("perft_chess960_quillon.epd");
     ASSERT_EQ(pub.size(), 960u);
     ASSERT_EQ(own.size(), 960u);
     std::vector<size_t> differing;

@@ -289,10 +289,11 @@ TEST_F(PgnScanTest, MissingFilesAreSilent) {
 // summary every time.
 TEST_F(PgnScanTest, DamagedPgnEndsQuietly) {
     std::mt19937 rng(11);
-    std::ifstream in(shared_path("data/sample_games.pgn"));
+    std::ifstream in(data_path("sample_games.pgn"));
     std::stringstream sample;
     sample << in.rdbuf();
     std::string text = sample.str().substr(0, 8000);
+    ASSERT_FALSE(text.empty());
     std::vector<std::string> inputs;
     for (int i = 0; i < 12; i++) {
         std::string noise(rng() % 3000, 0);

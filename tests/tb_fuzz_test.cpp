@@ -63,7 +63,8 @@ TEST_F(TbFuzzTest, DamagedCopiesOfRealTablesNeverCrash) {
                            "KPvKP.rtbz", "KRvK.rtbw",  "KQvK.rtbz"};
     std::vector<std::string> originals;
     for (const char *n : names)
-        originals.push_back(read_file(shared_path("syzygy/") + std::string(n)));
+        originals.push_back(read_file(data_path("syzygy/") + std::string(n)));
+    for (const std::string &bytes : originals) ASSERT_FALSE(bytes.empty());
     std::mt19937 rng(2024);
     for (int round = 0; round < 40; round++) {
         for (size_t k = 0; k < originals.size(); k++) {
@@ -90,7 +91,7 @@ TEST_F(TbFuzzTest, DamagedCopiesOfRealTablesNeverCrash) {
         }
         testing::internal::CaptureStdout();
         testing::internal::CaptureStderr();
-        tb_init_path((dir + ";" + shared_path("syzygy")).c_str());
+        tb_init_path((dir + ";" + tb_test_path()).c_str());
         probe_all_quietly();
         testing::internal::GetCapturedStderr();
         testing::internal::GetCapturedStdout();
@@ -102,7 +103,8 @@ TEST_F(TbFuzzTest, WrongMagicIsReportedOnceAndNeverMappedAgain) {
     std::string dir =
         testing::TempDir() + "quillon_tbmagic_" + std::to_string(getpid());
     mkdir(dir.c_str(), 0755);
-    std::string bytes = read_file(shared_path("syzygy/KRvK.rtbw"));
+    std::string bytes = read_file(data_path("syzygy/KRvK.rtbw"));
+    ASSERT_FALSE(bytes.empty());
     bytes[0] ^= 0x55;
     write_file(dir + "/KRvK.rtbw", bytes);
     testing::internal::CaptureStdout();
@@ -151,37 +153,48 @@ TEST_F(TbFuzzTest, CorruptionIsToldToTheFrontEndUnderUci) {
     rmdir(dir.c_str());
 }
 
-// Every thread starts on tables nobody has used yet.
+struct ThreadProbe {
+    const char *fen;
+    int wdl;
+};
+
+// Every thread starts on tables nobody has used yet: 4- and 5-man tables
+// with and without pawns, and the large families when they are there.
 TEST(TbThreads, FirstProbesFromManyThreadsAgree) {
     testing::internal::CaptureStdout();
-    tb_init_path(shared_path("syzygy"));
+    tb_init_path(tb_test_path().c_str());
     testing::internal::GetCapturedStdout();
-    const char *fens[] = {"8/8/2k5/1r6/8/8/8/2KQ4 b - - 0 1",
-                          "8/8/8/6B1/8/8/4k3/1K5N b - - 0 1",
-                          "8/6k1/8/Pp6/1K6/8/8/8 w - b6 0 1",
-                          "8/8/8/5N2/8/p7/8/2NK3k w - - 0 1",
-                          "8/8/q7/3N4/8/8/N7/1K1k4 w - - 0 1",
-                          "8/8/1k6/8/2p5/8/3P4/3K4 w - - 0 1"};
+    std::vector<ThreadProbe> probes = {
+        {"8/8/2k5/1r6/8/8/8/2KQ4 b - - 0 1", -2},
+        {"8/8/8/6B1/8/8/4k3/1K5N b - - 0 1", -2},
+        {"8/6k1/8/Pp6/1K6/8/8/8 w - b6 0 1", 2},
+        {"7K/5k2/8/2r5/8/8/2NN4/8 b - - 0 1", 2},
+        {"8/8/8/8/7b/3k1N2/1N6/7K b - - 0 1", 0},
+        {"8/8/1k6/8/2p5/8/3P4/3K4 w - - 0 1", 0}};
+    if (!big_tb_dir().empty()) {
+        probes.push_back({"8/8/8/5N2/8/p7/8/2NK3k w - - 0 1", 2});
+        probes.push_back({"8/8/q7/3N4/8/8/N7/1K1k4 w - - 0 1", -2});
+    }
     std::vector<TbPosition> boards;
-    for (const char *fen : fens)
-        boards.push_back(tb_position_from(test_position(fen), 0));
+    for (const ThreadProbe &p : probes)
+        boards.push_back(tb_position_from(test_position(p.fen), 0));
     constexpr int THREADS = 8;
-    std::vector<int> wdl(THREADS * 6), dtz(THREADS * 6);
+    const int n = static_cast<int>(probes.size());
+    std::vector<int> wdl(THREADS * n), dtz(THREADS * n);
     std::vector<std::thread> pool;
     for (int t = 0; t < THREADS; t++)
         pool.emplace_back([&, t] {
-            for (int k = 0; k < 6; k++) {
-                int i = (k + t) % 6, success = 0;
-                wdl[t * 6 + i] = tb_probe_wdl(boards[i], &success);
-                dtz[t * 6 + i] = tb_probe_dtz(boards[i], &success);
+            for (int k = 0; k < n; k++) {
+                int i = (k + t) % n, success = 0;
+                wdl[t * n + i] = tb_probe_wdl(boards[i], &success);
+                dtz[t * n + i] = tb_probe_dtz(boards[i], &success);
             }
         });
     for (auto &th : pool) th.join();
-    const int expected_wdl[6] = {-2, -2, 2, 2, -2, 0};
     for (int t = 0; t < THREADS; t++)
-        for (int i = 0; i < 6; i++) {
-            EXPECT_EQ(wdl[t * 6 + i], expected_wdl[i]) << fens[i];
-            EXPECT_EQ(dtz[t * 6 + i], dtz[i]) << fens[i];
+        for (int i = 0; i < n; i++) {
+            EXPECT_EQ(wdl[t * n + i], probes[i].wdl) << probes[i].fen;
+            EXPECT_EQ(dtz[t * n + i], dtz[i]) << probes[i].fen;
         }
     tb_init_path("");
 }

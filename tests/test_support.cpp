@@ -1,7 +1,11 @@
 #include "test_support.h"
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "search/hash.h"
@@ -29,10 +33,37 @@ Position &test_position(const char *fen) {
     return front_worker->position;
 }
 
-const char *shared_path(const char *relative) {
+const char *data_path(const char *relative) {
     static thread_local std::string path;
-    path = std::string(QUILLON_SHARED_DIR) + "/" + relative;
+    path = std::string(QUILLON_TEST_DIR) + "/data/" + relative;
+    // A clone without its data must fail saying so, not pass on nothing.
+    if (!std::filesystem::exists(path))
+        ADD_FAILURE() << "test data missing: " << path;
     return path.c_str();
+}
+
+std::string big_tb_dir() {
+    const char *dir = std::getenv(BIG_TB_VARIABLE);
+    return dir ? dir : "";
+}
+
+std::string tb_test_path() {
+    std::string path = data_path("syzygy");
+    std::string big = big_tb_dir();
+    return big.empty() ? path : path + ";" + big;
+}
+
+bool in_big_tb_family(const std::string &fen) {
+    std::string white, black;
+    for (const char *kind = "KQRBNP"; *kind; kind++)
+        for (char c : fen.substr(0, fen.find(' '))) {
+            if (c == *kind) white += c;
+            if (c == *kind - 'A' + 'a') black += *kind;
+        }
+    for (const char *family : {"KNNvKP", "KNNvKQ"})
+        if (white + "v" + black == family || black + "v" + white == family)
+            return true;
+    return false;
 }
 
 Move coord_move(const char *text) {
@@ -56,8 +87,12 @@ Move coord_move(const char *text) {
 
 std::vector<PerftLine> load_perft_suite(const char *file) {
     std::vector<PerftLine> lines;
-    FILE *f = std::fopen(shared_path(file), "r");
-    if (!f) return lines;
+    std::string path = data_path(file);
+    FILE *f = std::fopen(path.c_str(), "r");
+    if (!f) {
+        ADD_FAILURE() << "can't read " << path;
+        return lines;
+    }
     char buffer[1024];
     while (std::fgets(buffer, sizeof buffer, f)) {
         char *cut = std::strchr(buffer, ';');

@@ -18,8 +18,23 @@ Position &test_position(const char *fen);
 // The line start-up prints after the hash table when the build carries a
 // net ("info string loaded embedded network\n"), or "" when it carries none.
 std::string embedded_net_line();
-// Path of a file in the shared data folder.
-const char *shared_path(const char *relative);
+// Path of a file or folder under tests/data; the test fails, naming the
+// path, when it is not there.
+const char *data_path(const char *relative);
+// The environment variable naming the folder of the two large table
+// families, KNNvKP and KNNvKQ, which the repository leaves out for size.
+inline constexpr const char *BIG_TB_VARIABLE = "QUILLON_BIG_TB_DIR";
+// Why a test that needs them is skipped without them.
+inline constexpr const char *BIG_TB_SKIP =
+    "needs the KNNvKP and KNNvKQ tables: set QUILLON_BIG_TB_DIR to their "
+    "folder";
+// That folder, or "" when the variable is not set.
+std::string big_tb_dir();
+// The tables for probing: tests/data/syzygy, then the large families'
+// folder when there is one.
+std::string tb_test_path();
+// Whether a position's men are those of KNNvKP or KNNvKQ, either colour.
+bool in_big_tb_family(const std::string &fen);
 // A move from its coordinates ("e2e4", "e7e8q"), flags from the suffix;
 // castling is given as the king's g- or c-file move with its own flag.
 Move coord_move(const char *text);
@@ -29,7 +44,7 @@ struct PerftLine {
     std::string fen;
     std::map<int, u64> counts;
 };
-// Reads a "FEN ;D1 n ;D2 n ..." file from the shared data folder.
+// Reads a "FEN ;D1 n ;D2 n ..." file under tests/data.
 std::vector<PerftLine> load_perft_suite(const char *file);
 
 // Square number of a name such as "e4".

@@ -222,7 +222,7 @@ TEST_F(SelfPlayGames, ARunawaySearchIsStoppedAndItsGameDropped) {
 
 TEST_F(SelfPlayGames, OpeningsComeFromTheFileWhenGiven) {
     SelfPlaySettings s = small_run();
-    s.openings = shared_path("data/openings.epd");
+    s.openings = data_path("openings.epd");
     s.random_plies = 0;
     s.opening_margin = 10000;  // every line is taken as it stands
     std::vector<TrainRecord> records;

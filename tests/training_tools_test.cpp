@@ -233,8 +233,8 @@ TEST_F(TrainingToolsE2E, EpdToBinTakesTheTablesVerdictOverTheGames) {
                "8/8/4k3/8/8/3BK3/8/8 w - - ce 300; gr 1.0;\n"
                "8/8/4k3/8/8/3QK3/8/8 w - - ce 900; gr 0.0;\n" +
                    with(ROOK_UP, "ce 30; gr 0.0;\n"));
-    ASSERT_EQ(
-        run_tool({"-epd2bin", "tb.epd", "-tbpath", shared_path("syzygy")}), 0);
+    ASSERT_EQ(run_tool({"-epd2bin", "tb.epd", "-tbpath", data_path("syzygy")}),
+              0);
     EXPECT_TRUE(printed("stored 3 positions in tb.bin."))
         << engine.transcript();
     std::string bin = read_file("tb.bin");
