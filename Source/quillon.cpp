@@ -95,7 +95,8 @@ static bool tuner_requested(i32 mode) {
            mode == MODE_MAKE_TRAIN_DATA || settings.use_nn == 2;
 }
 
-static void dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
+static void dispatch(i32 mode, const SwitchOutcome &line, int argc,
+                     char **argv) {
     switch (mode) {
         case MODE_THINK:
             calibrate();
@@ -110,7 +111,7 @@ static void dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
             epd_multi_pass(settings.input_file);
             break;
         case MODE_BENCH:
-            run_bench(bench_inline);
+            run_bench(line.bench_inline != 0, line.bench_summary != 0);
             break;
         case MODE_CONFIG_ONLY:
             break;
@@ -179,15 +180,13 @@ int engine_main(int argc, char **argv) {
     take_settings_snapshot();
     // 11. UCI unless a switch says otherwise.
     settings.uci_mode = 1;
-    i32 mode = MODE_THINK;
-    bool bench_inline = false;
+    SwitchOutcome line{MODE_THINK, 0, -1, 0};
     // 12. The switches.
     if (argc > 1) {
-        SwitchOutcome line = read_switches(argc, argv);
+        line = read_switches(argc, argv);
         if (line.exit_code >= 0) return end_before_locks(line.exit_code);
-        mode = line.mode;
-        bench_inline = line.bench_inline != 0;
     }
+    i32 mode = line.mode;
     // 13. The tuner's modes, unless this is the tuner build.
     if (tuner_requested(mode) && !tuner_mode_built(mode)) {
         std::puts("Need to compile with 'make ttune'\n");
@@ -200,10 +199,10 @@ int engine_main(int argc, char **argv) {
     spin_init(random_lock);
     spin_init(info_lock);
     // 15. Greeting, in both dialects.
-    char line[128];
-    std::snprintf(line, sizeof line, "info string Hello from %s",
+    char greeting[128];
+    std::snprintf(greeting, sizeof greeting, "info string Hello from %s",
                   ENGINE_VERSION);
-    print_line(line);
+    print_line(greeting);
     // 16. A small table for a small search; the keys come with the table.
     shrink_hash_for_small_search();
     if (!hash_allocate()) return shut_down(1);
@@ -220,7 +219,7 @@ int engine_main(int argc, char **argv) {
     // 22. The tablebases, for play and EPD analysis.
     if (mode == MODE_THINK || mode == MODE_ANALYSE_EPD) tb_init();
     // 23. The run mode.
-    dispatch(mode, bench_inline, argc, argv);
+    dispatch(mode, line, argc, argv);
     // 24. Shutdown.
     return shut_down(0);
 }

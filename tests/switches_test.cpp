@@ -332,6 +332,45 @@ TEST_F(SwitchesTest, MissingValuesAtTheEndReadAsEmpty) {
         read_ok({"-c", word});
 }
 
+// "bench" as the first word: the benchmark with its closing line, at its
+// own depth unless -d names one up to 50; elsewhere the word is ignored.
+TEST_F(SwitchesTest, TheBareWordBenchFirstRunsTheShortBenchmark) {
+    SwitchOutcome out = read_ok({"bench"});
+    EXPECT_EQ(out.mode, MODE_BENCH);
+    EXPECT_EQ(out.bench_summary, 1);
+    EXPECT_EQ(out.bench_inline, 0);
+    EXPECT_EQ(settings.max_depth, BENCH_WORD_DEPTH);
+
+    settings.max_depth = 80;
+    out = read_ok({"bench", "-d", "9", "-threads", "2"});
+    EXPECT_EQ(out.mode, MODE_BENCH);
+    EXPECT_EQ(out.bench_summary, 1);
+    EXPECT_EQ(settings.max_depth, 9);
+    EXPECT_EQ(settings.threads, 2);
+
+    settings.max_depth = 80;
+    out = read_ok({"bench", "-d", "70"});
+    EXPECT_EQ(settings.max_depth, BENCH_WORD_DEPTH);
+
+    // A later mode switch wins, and then the depth is left alone.
+    settings.max_depth = 80;
+    out = read_ok({"bench", "-mkconfig"});
+    EXPECT_EQ(out.mode, MODE_CONFIG_ONLY);
+    EXPECT_EQ(out.bench_summary, 0);
+    EXPECT_EQ(settings.max_depth, 80);
+
+    // Not first, or not the exact word: an unknown argument, ignored.
+    for (const std::vector<std::string> &line :
+         std::vector<std::vector<std::string>>{
+             {"-c", "bench"}, {"Bench"}, {"bench2"}, {"-bench"}}) {
+        settings.max_depth = 80;
+        out = read_ok(line);
+        EXPECT_EQ(out.bench_summary, 0) << line[0];
+        EXPECT_EQ(settings.max_depth, 80) << line[0];
+    }
+    EXPECT_EQ(read_ok({"-c", "bench"}).mode, MODE_THINK);
+}
+
 TEST_F(SwitchesTest, RunModesAndTheLastOneWins) {
     EXPECT_EQ(read_ok({"-bench"}).mode, MODE_BENCH);
     EXPECT_EQ(read_ok({"-bench"}).bench_inline, 0);
