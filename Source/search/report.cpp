@@ -8,6 +8,7 @@
 #include "../frontend/relaxed.h"
 #include "hash.h"
 #include "search.h"
+#include "wdl.h"
 
 // A line longer than its 512-byte buffer is cut by the formatted print.
 #pragma GCC diagnostic ignored "-Wformat-truncation"
@@ -79,14 +80,22 @@ static f32 nodes_per_second(f32 elapsed) {
     return elapsed > 0.001f ? static_cast<f32>(status.nodes / elapsed) : 0.0f;
 }
 
-// "cp", or "mate" in moves: positive when the side to move mates.
+// "cp", or "mate" in moves: positive when the side to move mates.  With
+// UCI_ShowWDL on, the shares of a win, a draw and a loss follow.
 static void score_text(int score, char *out, size_t size) {
+    int n;
     if (score > 9899)
-        std::snprintf(out, size, "mate %d", (10000 - score) / 2);
+        n = std::snprintf(out, size, "mate %d", (10000 - score) / 2);
     else if (score < -9900)
-        std::snprintf(out, size, "mate -%d", (score + 10001) / 2);
+        n = std::snprintf(out, size, "mate -%d", (score + 10001) / 2);
     else
-        std::snprintf(out, size, "cp %d", score);
+        n = std::snprintf(out, size, "cp %d", score);
+    if (!relaxed_load(settings.show_wdl) || n < 0 ||
+        static_cast<size_t>(n) >= size)
+        return;
+    WdlShares wdl = root_wdl(front_worker->position, score, status.tb_result);
+    std::snprintf(out + n, size - n, " wdl %d %d %d", wdl.win, wdl.draw,
+                  wdl.loss);
 }
 
 void print_search_line(int thread, int multipv_number, int depth, int score,
@@ -110,7 +119,7 @@ void print_search_line(int thread, int multipv_number, int depth, int score,
         if (relaxed_load(settings.multi_pv) > 1)
             std::snprintf(multipv, sizeof multipv, "multipv %d ",
                           multipv_number);
-        char score_words[32];
+        char score_words[64];
         score_text(score, score_words, sizeof score_words);
         std::snprintf(text, sizeof text,
                       "info %s%sdepth %d seldepth %d score %s time %.0f "
