@@ -1,4 +1,5 @@
-# Thin driver over CMake.  make: ./quillon; make run; make test; make bench.
+# Thin driver over CMake.  make: ./quillon; make run; make test; make bench;
+# make install (PREFIX=/usr/local).
 EXE ?= quillon
 BUILD ?= build
 # The processor to build for: native (this machine's), or a portable level:
@@ -23,7 +24,10 @@ TSAN_TESTS ?= ParallelSearch.*:HashTest.Threads*:UciE2ESearch.*:UciE2EPonder.*:U
 JOBS ?= $(shell nproc 2>/dev/null || echo 2)
 CTEST_FLAGS ?= --output-on-failure -j $(JOBS) -LE slow
 
-.PHONY: all run test bench slow-test deps configure format clean pgo ttune net $(EXE)
+# Where make install puts bin/quillon and share/man/man6/quillon.6.
+PREFIX ?= /usr/local
+
+.PHONY: all run test bench slow-test deps configure format clean pgo ttune net install $(EXE)
 
 all: $(EXE)
 
@@ -50,6 +54,9 @@ net: ttune $(EXE)
 
 run: $(EXE)
 	./$(EXE)
+
+install: $(EXE)
+	cmake --install $(BUILD) --prefix $(abspath $(PREFIX))
 
 # Every test twice: the release build for this processor, then an
 # AddressSanitizer + UndefinedBehaviorSanitizer build of the same sources for
