@@ -2,7 +2,8 @@
 """Fits the win/draw/loss model that UCI_ShowWDL prints, from self-play
 training records, and measures it on records held out of the fit.
 
-    python3 scripts/fit_wdl.py [--holdout K] [--block N] PATH...
+    python3 scripts/fit_wdl.py [--holdout K] [--block N] [--limit N]
+                               [--material-low M] PATH...
 
 PATH is a file of 40-byte training records or a folder whose *.bin files
 hold them (the files -mktraindata writes).  Only whole records are read, so
@@ -39,7 +40,7 @@ import sys
 
 RECORD = struct.Struct("<32sBBhhh")
 WIN_LOGIT = 1919
-M_LOW = 12
+M_LOW = 8
 M_HIGH = 80
 SCORE_CLAMP = 2000
 # Points by piece type (the low three bits of a board nibble).
@@ -59,8 +60,10 @@ def record_files(paths):
     for p in paths:
         if os.path.isdir(p):
             files.extend(sorted(glob.glob(os.path.join(p, "*.bin"))))
-        else:
+        elif os.path.isfile(p):
             files.append(p)
+        else:
+            sys.exit("no such file or folder: " + p)
     return files
 
 
@@ -75,9 +78,9 @@ def outcome_of(logit):
     return None
 
 
-def read_cells(files, block, holdout):
+def read_cells(files, block, holdout, limit=0):
     """Counts of (win, draw, loss) per (material, score) cell, for the fit
-    and for the held-out blocks."""
+    and for the held-out blocks; at most `limit` records a file if not 0."""
     points = byte_points()
     fit, test = {}, {}
     totals = {"records": 0, "fit": 0, "test": 0, "skipped": 0}
@@ -85,6 +88,8 @@ def read_cells(files, block, holdout):
         with open(path, "rb") as f:
             data = f.read()
         whole = len(data) - len(data) % RECORD.size
+        if limit:
+            whole = min(whole, limit * RECORD.size)
         for i, (board, _, _, logit, _, sc) in enumerate(
                 RECORD.iter_unpack(data[:whole])):
             totals["records"] += 1
@@ -104,6 +109,11 @@ def read_cells(files, block, holdout):
 
 def material_x(m):
     return min(max(m, M_LOW), M_HIGH) / M_HIGH
+
+
+def set_material_low(m):
+    global M_LOW
+    M_LOW = m
 
 
 def cubic(c, x):
@@ -169,6 +179,25 @@ def loss_and_gradient(theta, cells, with_gradient=True):
     if count == 0:
         return math.inf, grad
     return total / count, [g / count for g in grad]
+
+
+# The floor of a probability when held-out records are scored, so that a
+# model sure of a result that did not come pays a large, finite price.
+FLOOR = 1e-6
+
+
+def held_out_log_loss(theta, cells):
+    """Log loss per record of the model on cells it was not fitted to."""
+    params = [t * UNIT for t in theta]
+    total, count = 0.0, 0
+    for (m, s), counts in cells.items():
+        x = material_x(m)
+        a, b = cubic(params[0:4], x), cubic(params[4:8], x)
+        w, l = sigmoid((s - a) / b), sigmoid((-s - a) / b)
+        for n, p in zip(counts, (w, 1.0 - w - l, l)):
+            total -= n * math.log(max(p, FLOOR))
+            count += n
+    return total / count
 
 
 def dot(u, v):
@@ -260,19 +289,30 @@ def calibration(params, test):
 
 def main():
     ap = argparse.ArgumentParser(description=__doc__.split("\n\n")[0])
-    ap.add_argument("paths", nargs="*",
-                    default=[os.path.expanduser("~/.cache/quillon/gen4")])
+    ap.add_argument("paths", nargs="+", metavar="PATH",
+                    help="a file of records, or a folder of *.bin files")
     ap.add_argument("--holdout", type=int, default=5,
                     help="hold out every K-th block (default 5: 20%%)")
     ap.add_argument("--block", type=int, default=4096,
                     help="records per block (default 4096)")
+    ap.add_argument("--limit", type=int, default=0,
+                    help="read at most this many records of each file, so "
+                    "that a fit of growing files can be repeated (default: "
+                    "all)")
+    ap.add_argument("--material-low", type=int, default=M_LOW,
+                    help="material below which the model is flat "
+                    "(default %d)" % M_LOW)
     args = ap.parse_args()
     if args.holdout < 2 or args.block < 1:
         ap.error("--holdout must be 2 or more and --block 1 or more")
+    if not 0 <= args.material_low < M_HIGH:
+        ap.error("--material-low must lie in 0 .. %d" % (M_HIGH - 1))
+    set_material_low(args.material_low)
     files = record_files(args.paths)
     if not files:
         sys.exit("no record files in " + " ".join(args.paths))
-    fit, test, totals = read_cells(files, args.block, args.holdout)
+    fit, test, totals = read_cells(files, args.block, args.holdout,
+                                   args.limit)
     if not fit or not test:
         sys.exit("too few records to fit and test: %d" % totals["records"])
     print("files %d, records %d (%d fit, %d held out, %d without a result)" %
@@ -290,8 +330,8 @@ def main():
     flat_params = [t * UNIT for t in flat]
 
     base, p = constant_log_loss(fit, test)
-    flat_test, _ = loss_and_gradient(flat, test, False)
-    full_test, _ = loss_and_gradient(full, test, False)
+    flat_test = held_out_log_loss(flat, test)
+    full_test = held_out_log_loss(full, test)
     print("outcome shares of the fit records: win %.4f draw %.4f loss %.4f" %
           tuple(p))
     print("held-out log loss: constant %.5f, score only %.5f, "
@@ -303,10 +343,18 @@ def main():
     print("b coefficients (x^0..x^3): " +
           ", ".join("%.4f" % v for v in params[4:8]))
     print("a and b by material:")
-    for m in (M_LOW, 20, 30, 40, 50, 60, 70, M_HIGH):
+    for m in sorted({M_LOW, 10, 20, 30, 40, 50, 60, 70, M_HIGH}):
+        if m < M_LOW:
+            continue
         x = material_x(m)
         print("  m %2d: a %7.2f  b %7.2f" %
               (m, cubic(params[0:4], x), cubic(params[4:8], x)))
+    # A draw needs a > 0 and b > 0 at every material the model reads.
+    bad = [m for m in range(M_LOW, M_HIGH + 1)
+           if cubic(params[0:4], material_x(m)) <= 0 or
+           cubic(params[4:8], material_x(m)) <= 0]
+    if bad:
+        print("warning: a or b is not positive at material %s" % bad)
     print("held-out calibration (score band: records, win observed/model, "
           "draw observed/model):")
     for lo, hi, n, ow, pw, od, pd in calibration(params, test):

@@ -653,6 +653,8 @@ void expect_sane_settings(const SwitchOutcome &out) {
         EXPECT_TRUE(known) << out.mode;
     }
     EXPECT_LE(out.bench_inline, 1);
+    EXPECT_LE(out.bench_summary, 1);
+    if (out.bench_summary) EXPECT_EQ(out.mode, MODE_BENCH);
     EXPECT_GE(settings.hash_mb, 0);
     EXPECT_LE(settings.hash_mb, 32768);
     EXPECT_GE(settings.threads, 1);
@@ -677,6 +679,8 @@ TEST_F(SwitchesTest, RandomLinesNeverBreakTheReader) {
     for (int round = 0; round < 4000; round++) {
         std::vector<std::string> words(rng() % 12);
         for (std::string &w : words) w = random_word(rng);
+        // Every fourth line leads with the framework's word "bench".
+        if (round % 4 == 0) words.insert(words.begin(), "bench");
         set_default_settings();
         status.use_hash = 1;
         status.target_nps = 0.0f;

@@ -13,13 +13,13 @@
 
 namespace {
 
-// Below this the games were too few to fit; above it a position with
-// promoted pieces is read as the full board.
-constexpr int MATERIAL_LOW = 12;
+// Below this the games were too few to fit (one record in a hundred);
+// above it a position with promoted pieces is read as the full board.
+constexpr int MATERIAL_LOW = 8;
 constexpr int MATERIAL_HIGH = 80;
 // The cubics' coefficients, from x^0 to x^3, x = material / 80.
-constexpr double OFFSET[4] = {525.6132, -1603.9122, 2042.8815, -914.9947};
-constexpr double SCALE[4] = {20.8530, 492.8210, -566.7746, 184.4525};
+constexpr double OFFSET[4] = {563.1116, -1907.6119, 2563.3347, -1170.9015};
+constexpr double SCALE[4] = {131.0541, -139.3430, 452.3753, -314.5881};
 
 // The root's tablebase verdict, as the root search records it: 0 loss,
 // 1 blessed loss, 2 draw, 3 cursed win, 4 win, -1 none.
