@@ -1,4 +1,5 @@
-# Thin driver over CMake.  make: ./quillon; make run; make test; make bench.
+# Thin driver over CMake.  make: ./quillon; make run; make test; make bench;
+# make install (PREFIX=/usr/local).
 EXE ?= quillon
 BUILD ?= build
 # The processor to build for: native (this machine's), or a portable level:
@@ -29,7 +30,10 @@ CTEST_FLAGS ?= --output-on-failure -j $(JOBS) -LE slow
 # The programs make bench runs.
 BENCH_TARGETS = perft_bench eval_bench search_bench book_bench tb_bench
 
-.PHONY: all run test bench slow-test deps configure format clean pgo ttune net $(EXE)
+# Where make install puts bin/quillon and share/man/man6/quillon.6.
+PREFIX ?= /usr/local
+
+.PHONY: all run test bench slow-test deps configure format clean pgo ttune net install $(EXE)
 
 all: $(EXE)
 
@@ -59,6 +63,9 @@ net: ttune $(EXE)
 
 run: $(EXE)
 	$(abspath $(EXE))
+
+install: $(EXE)
+	cmake --install $(BUILD) --prefix $(abspath $(PREFIX))
 
 # Every test twice: the release build for this processor, then an
 # AddressSanitizer + UndefinedBehaviorSanitizer build of the same sources for

@@ -102,7 +102,8 @@ static bool tuner_requested(i32 mode) {
 constexpr int TOOL_FAILED = 1;
 
 // Runs the mode; false when it was a tool and it failed.
-static bool dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
+static bool dispatch(i32 mode, const SwitchOutcome &line, int argc,
+                     char **argv) {
     switch (mode) {
         case MODE_THINK:
             calibrate();
@@ -115,7 +116,7 @@ static bool dispatch(i32 mode, bool bench_inline, int argc, char **argv) {
             end_of_input_quits = false;
             return epd_multi_pass(settings.input_file);
         case MODE_BENCH:
-            run_bench(bench_inline);
+            run_bench(line.bench_inline != 0, line.bench_summary != 0);
             return true;
         case MODE_CONFIG_ONLY:
             return true;
@@ -178,15 +179,13 @@ int engine_main(int argc, char **argv) {
     take_settings_snapshot();
     // 11. UCI unless a switch says otherwise.
     settings.uci_mode = 1;
-    i32 mode = MODE_THINK;
-    bool bench_inline = false;
+    SwitchOutcome line{MODE_THINK, 0, -1, 0};
     // 12. The switches.
     if (argc > 1) {
-        SwitchOutcome line = read_switches(argc, argv);
+        line = read_switches(argc, argv);
         if (line.exit_code >= 0) return end_before_locks(line.exit_code);
-        mode = line.mode;
-        bench_inline = line.bench_inline != 0;
     }
+    i32 mode = line.mode;
     // 13. The tuner's modes, unless this is the tuner build.
     if (tuner_requested(mode) && !tuner_mode_built(mode)) {
         std::puts("Need to compile with 'make ttune'\n");
@@ -199,10 +198,10 @@ int engine_main(int argc, char **argv) {
     spin_init(random_lock);
     spin_init(info_lock);
     // 15. Greeting, in both dialects.
-    char line[128];
-    std::snprintf(line, sizeof line, "info string Hello from %s",
+    char greeting[128];
+    std::snprintf(greeting, sizeof greeting, "info string Hello from %s",
                   ENGINE_VERSION);
-    print_line(line);
+    print_line(greeting);
     // 16. A small table for a small search; the keys come with the table.
     shrink_hash_for_small_search();
     if (!hash_allocate()) return shut_down(1);
@@ -219,7 +218,7 @@ int engine_main(int argc, char **argv) {
     // 22. The tablebases, for play and EPD analysis.
     if (mode == MODE_THINK || mode == MODE_ANALYSE_EPD) tb_init();
     // 23. The run mode.
-    bool done = dispatch(mode, bench_inline, argc, argv);
+    bool done = dispatch(mode, line, argc, argv);
     // 24. Shutdown.
     return shut_down(done ? 0 : TOOL_FAILED);
 }

@@ -205,6 +205,7 @@ const CheckCase CHECKS[] = {
     {"OwnBook", [] { return int(settings.own_book); }},
     {"UCI_LimitStrength", [] { return int(settings.limit_strength); }},
     {"UCI_Chess960", [] { return int(settings.chess960); }},
+    {"UCI_ShowWDL", [] { return int(settings.show_wdl); }},
 };
 
 TEST_F(OptionsTest, EveryCheckIsOnWhenTheTextContainsTrue) {
@@ -609,6 +610,7 @@ const char *const NAMES[] = {
     "UCI_LimitStrength",
     "UCI_Elo",
     "UCI_Chess960",
+    "UCI_ShowWDL",
 };
 constexpr int NAME_COUNT = sizeof NAMES / sizeof NAMES[0];
 

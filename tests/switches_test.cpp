@@ -332,6 +332,45 @@ TEST_F(SwitchesTest, MissingValuesAtTheEndReadAsEmpty) {
         read_ok({"-c", word});
 }
 
+// "bench" as the first word: the benchmark with its closing line, at its
+// own depth unless -d names one up to 50; elsewhere the word is ignored.
+TEST_F(SwitchesTest, TheBareWordBenchFirstRunsTheShortBenchmark) {
+    SwitchOutcome out = read_ok({"bench"});
+    EXPECT_EQ(out.mode, MODE_BENCH);
+    EXPECT_EQ(out.bench_summary, 1);
+    EXPECT_EQ(out.bench_inline, 0);
+    EXPECT_EQ(settings.max_depth, BENCH_WORD_DEPTH);
+
+    settings.max_depth = 80;
+    out = read_ok({"bench", "-d", "9", "-threads", "2"});
+    EXPECT_EQ(out.mode, MODE_BENCH);
+    EXPECT_EQ(out.bench_summary, 1);
+    EXPECT_EQ(settings.max_depth, 9);
+    EXPECT_EQ(settings.threads, 2);
+
+    settings.max_depth = 80;
+    out = read_ok({"bench", "-d", "70"});
+    EXPECT_EQ(settings.max_depth, BENCH_WORD_DEPTH);
+
+    // A later mode switch wins, and then the depth is left alone.
+    settings.max_depth = 80;
+    out = read_ok({"bench", "-mkconfig"});
+    EXPECT_EQ(out.mode, MODE_CONFIG_ONLY);
+    EXPECT_EQ(out.bench_summary, 0);
+    EXPECT_EQ(settings.max_depth, 80);
+
+    // Not first, or not the exact word: an unknown argument, ignored.
+    for (const std::vector<std::string> &line :
+         std::vector<std::vector<std::string>>{
+             {"-c", "bench"}, {"Bench"}, {"bench2"}, {"-bench"}}) {
+        settings.max_depth = 80;
+        out = read_ok(line);
+        EXPECT_EQ(out.bench_summary, 0) << line[0];
+        EXPECT_EQ(settings.max_depth, 80) << line[0];
+    }
+    EXPECT_EQ(read_ok({"-c", "bench"}).mode, MODE_THINK);
+}
+
 TEST_F(SwitchesTest, RunModesAndTheLastOneWins) {
     EXPECT_EQ(read_ok({"-bench"}).mode, MODE_BENCH);
     EXPECT_EQ(read_ok({"-bench"}).bench_inline, 0);
@@ -614,6 +653,8 @@ void expect_sane_settings(const SwitchOutcome &out) {
         EXPECT_TRUE(known) << out.mode;
     }
     EXPECT_LE(out.bench_inline, 1);
+    EXPECT_LE(out.bench_summary, 1);
+    if (out.bench_summary) EXPECT_EQ(out.mode, MODE_BENCH);
     EXPECT_GE(settings.hash_mb, 0);
     EXPECT_LE(settings.hash_mb, 32768);
     EXPECT_GE(settings.threads, 1);
@@ -638,6 +679,8 @@ TEST_F(SwitchesTest, RandomLinesNeverBreakTheReader) {
     for (int round = 0; round < 4000; round++) {
         std::vector<std::string> words(rng() % 12);
         for (std::string &w : words) w = random_word(rng);
+        // Every fourth line leads with the framework's word "bench".
+        if (round % 4 == 0) words.insert(words.begin(), "bench");
         set_default_settings();
         status.use_hash = 1;
         status.target_nps = 0.0f;

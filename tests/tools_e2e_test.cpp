@@ -265,6 +265,31 @@ TEST_F(ToolsE2E, PbenchSearchesTheSameTreeOnOneThread) {
     EXPECT_EQ(alone, threaded);
 }
 
+// "quillon bench", as testing frameworks run it: the benchmark's lines,
+// then "<nodes> nodes <nps> nps" last, exit status 0, and the node count
+// of -bench at the same depth.
+TEST_F(ToolsE2E, BenchWordEndsWithNodesAndSpeed) {
+    ASSERT_EQ(run_tool({"bench", "-d", "7"}), 0) << engine.transcript();
+    const auto &lines = engine.lines();
+    ASSERT_FALSE(lines.empty());
+    std::smatch m;
+    ASSERT_TRUE(std::regex_match(lines.back(), m,
+                                 std::regex("([0-9]+) nodes ([0-9]+) nps")))
+        << engine.transcript();
+    long long nodes = std::stoll(m[1]);
+    EXPECT_GT(std::stoll(m[2]), 0);
+    EXPECT_EQ(nodes, bench_nodes(lines));
+    EXPECT_EQ(count_matching(lines, line_starts("pos 19: ")), 1);
+
+    Engine dash_bench;
+    ASSERT_TRUE(dash_bench.start({"-bench", "-d", "7"}, dir, false));
+    ASSERT_EQ(dash_bench.wait_exit(60000), 0);
+    EXPECT_EQ(bench_nodes(dash_bench.lines()), nodes);
+    // -bench itself keeps its last line.
+    EXPECT_TRUE(starts_with(dash_bench.lines().back(), "total time= "))
+        << dash_bench.transcript();
+}
+
 }  // namespace
 
 namespace {

@@ -133,6 +133,7 @@ const std::vector<std::string> BLOCK_BEFORE_ELO = {
 const std::vector<std::string> BLOCK_AFTER_ELO = {
     "option name Contempt type spin default 0 min -150 max 150",
     "option name Selectivity type spin default 100 min 0 max 200",
+    "option name UCI_ShowWDL type check default false",
     "uciok",
 };
 
@@ -776,6 +777,152 @@ TEST_F(UciE2EOptions, UcinewgameThenASearch) {
     engine.send("position startpos");
     EXPECT_TRUE(go("go depth 2", 5000));
     EXPECT_EQ(engine.quit(), 0);
+}
+
+// ------------------------------------------------------- win, draw, loss
+
+using UciE2EWdl = UciE2ETest;
+
+// The start position without Black's queen, and without White's.
+constexpr const char *WHITE_QUEEN_UP =
+    "rnb1kbnr/pppppppp/8/8/8/8/PPPPPPPP/RNBQKBNR";
+constexpr const char *BLACK_QUEEN_UP =
+    "rnbqkbnr/pppppppp/8/8/8/8/PPPPPPPP/RNB1KBNR";
+constexpr const char *BARE_KINGS = "8/8/4k3/8/8/3K4/8/8 w - - 0 1";
+// Queen against rook: won for the queen's side by the tables, far from a
+// mate a short search could see, and with a score the model alone does
+// not call certain.  Rook against rook is a draw.
+constexpr const char *TB_WIN_KQVKR = "8/8/8/2k5/8/8/1r6/4K2Q w - - 0 1";
+constexpr const char *TB_LOSS_KRVKQ = "8/8/8/2k5/8/7Q/r7/4K3 b - - 0 1";
+constexpr const char *TB_DRAW_KRVKR = "8/8/3k4/8/r7/8/7R/3K4 w - - 0 1";
+
+struct Shares {
+    int win, draw, loss;
+    bool operator==(const Shares &) const = default;
+};
+
+// The info lines with a score of a search of `position` to `depth`.
+std::vector<std::string> score_lines(Engine &engine,
+                                     const std::string &position, int depth) {
+    engine.send("ucinewgame");
+    engine.send("position " + position);
+    engine.send("go depth " + std::to_string(depth));
+    std::vector<std::string> passed, scored;
+    EXPECT_TRUE(engine.wait_for(is_bestmove, 60000, &passed))
+        << engine.transcript();
+    for (const std::string &l : passed)
+        if (l.find(" score ") != std::string::npos) scored.push_back(l);
+    EXPECT_FALSE(scored.empty()) << joined(passed);
+    return scored;
+}
+
+// "score cp N wdl W D L" or "score mate N wdl W D L": the shares right
+// behind the score, summing to 1000.  Returns the last line's shares.
+Shares shares_of(const std::vector<std::string> &lines) {
+    static const std::regex form(
+        R"(.* score (cp|mate) -?\d+ wdl (\d+) (\d+) (\d+) time .*)");
+    Shares last{-1, -1, -1};
+    for (const std::string &l : lines) {
+        std::smatch m;
+        EXPECT_TRUE(std::regex_match(l, m, form)) << l;
+        if (m.empty()) continue;
+        last = {std::stoi(m[2]), std::stoi(m[3]), std::stoi(m[4])};
+        EXPECT_EQ(last.win + last.draw + last.loss, 1000) << l;
+    }
+    return last;
+}
+
+TEST_F(UciE2EWdl, OptionIsOffByDefaultAndLinesCarryNoShares) {
+    start();
+    engine.send("uci");
+    std::vector<std::string> block;
+    ASSERT_TRUE(engine.wait_for(line_is("uciok"), 3000, &block));
+    EXPECT_EQ(count_matching(block, line_is("option name UCI_ShowWDL type "
+                                            "check default false")),
+              1)
+        << joined(block);
+    for (const std::string &l : score_lines(engine, "startpos", 6))
+        EXPECT_EQ(l.find("wdl"), std::string::npos) << l;
+    // On, then off again.
+    engine.send("setoption name UCI_ShowWDL value true");
+    ASSERT_TRUE(
+        engine.wait_for(line_is("info string UCI_ShowWDL set to 1"), 3000));
+    shares_of(score_lines(engine, "startpos", 6));
+    engine.send("setoption name UCI_ShowWDL value false");
+    for (const std::string &l : score_lines(engine, "startpos", 6))
+        EXPECT_EQ(l.find("wdl"), std::string::npos) << l;
+}
+
+// With several lines each line carries its own shares.
+TEST_F(UciE2EWdl, EveryLineOfSeveralCarriesItsShares) {
+    start();
+    engine.send("setoption name UCI_ShowWDL value true");
+    engine.send("setoption name MultiPV value 3");
+    std::vector<std::string> lines = score_lines(engine, "startpos", 6);
+    shares_of(lines);
+    EXPECT_GE(count_matching(lines,
+                             [](const std::string &l) {
+                                 return l.find(" multipv 3 ") !=
+                                        std::string::npos;
+                             }),
+              1)
+        << joined(lines);
+}
+
+// A queen up wins and a queen down loses, whichever side has it and
+// whichever is to move.
+TEST_F(UciE2EWdl, AQueenUpWinsAndAQueenDownLoses) {
+    start();
+    engine.send("setoption name UCI_ShowWDL value true");
+    struct Case {
+        const char *board;
+        const char *side;
+        bool up;
+    };
+    for (const Case &c :
+         {Case{WHITE_QUEEN_UP, "w", true}, Case{WHITE_QUEEN_UP, "b", false},
+          Case{BLACK_QUEEN_UP, "b", true}, Case{BLACK_QUEEN_UP, "w", false}}) {
+        std::string fen = std::string(c.board) + " " + c.side + " KQkq - 0 1";
+        SCOPED_TRACE(fen);
+        Shares w = shares_of(score_lines(engine, "fen " + fen, 7));
+        EXPECT_GT(c.up ? w.win : w.loss, 800);
+        EXPECT_LT(c.up ? w.loss : w.win, 50);
+    }
+    // The start position is close to even.
+    Shares even = shares_of(score_lines(engine, "startpos", 7));
+    EXPECT_LT(std::abs(even.win - even.loss), 400);
+}
+
+TEST_F(UciE2EWdl, BareKingsAreADeadDraw) {
+    start();
+    engine.send("setoption name UCI_ShowWDL value true");
+    Shares w =
+        shares_of(score_lines(engine, std::string("fen ") + BARE_KINGS, 5));
+    EXPECT_EQ(w, (Shares{0, 1000, 0}));
+}
+
+// With the tables a won root shows a certain win, a lost one a certain
+// loss and a drawn one a certain draw, where the model alone shows none.
+TEST_F(UciE2EWdl, TablebaseResultsAreCertain) {
+    start();
+    engine.send("setoption name UCI_ShowWDL value true");
+    const std::string win = std::string("fen ") + TB_WIN_KQVKR;
+    const std::string loss = std::string("fen ") + TB_LOSS_KRVKQ;
+    const std::string draw = std::string("fen ") + TB_DRAW_KRVKR;
+    Shares model = shares_of(score_lines(engine, win, 6));
+    EXPECT_GT(model.win, 500);
+    EXPECT_LT(model.win, 1000);
+    Shares model_loss = shares_of(score_lines(engine, loss, 6));
+    EXPECT_GT(model_loss.loss, 500);
+    EXPECT_LT(model_loss.loss, 1000);
+    EXPECT_LT(shares_of(score_lines(engine, draw, 6)).draw, 1000);
+
+    engine.send(std::string("setoption name SyzygyPath value ") +
+                tb_test_path());
+    ASSERT_TRUE(engine.ready());
+    EXPECT_EQ(shares_of(score_lines(engine, win, 6)), (Shares{1000, 0, 0}));
+    EXPECT_EQ(shares_of(score_lines(engine, loss, 6)), (Shares{0, 0, 1000}));
+    EXPECT_EQ(shares_of(score_lines(engine, draw, 6)), (Shares{0, 1000, 0}));
 }
 
 // ------------------------------------------------------ no legal move

@@ -59,6 +59,8 @@ struct EngineSettings {
     i16 fp_depth;
     i16 lmp_depth;
     i16 lmr_depth;
+    // UCI_ShowWDL: info lines carry the win, draw and loss shares.
+    u8 show_wdl;
 };
 
 extern EngineSettings settings;

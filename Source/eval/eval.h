@@ -83,6 +83,10 @@ struct EvalWorker : ThreadBoard {
 
 // Entry of the search: centipawns for the side to move.
 i32 evaluate(EvalWorker *worker, int side, int ply, int in_check);
+// Whether the men left cannot win for either side as the evaluation judges
+// it (no pawns, rooks or queens, and at most one minor piece a side, or two
+// knights against the bare king): the evaluation scores these 0 at once.
+bool drawn_by_material(const Position &pos);
 // The hand-written evaluation of the worker's position, side to move's
 // view.
 i32 hand_evaluate(EvalWorker *worker);

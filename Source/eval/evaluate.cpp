@@ -82,16 +82,21 @@ static i32 major_mate_score(const Position &pos, int side) {
     return side == WHITE ? white - black : black - white;
 }
 
+// Step 3: men too few for either side to force a mate.
+bool drawn_by_material(const Position &pos) {
+    u32 ws = pos.material_sig[WHITE], bs = pos.material_sig[BLACK];
+    int wp = pos.piece_points[WHITE], bp = pos.piece_points[BLACK];
+    if (((ws | bs) & 0xFF00F) != 0) return false;
+    if (wp < 4 && bp < 4) return true;
+    return (ws == 32 && bs == 0) || (bs == 32 && ws == 0);
+}
+
 // Steps 3 and 4: endings settled without an evaluator.  Returns true with
 // the score when one applies.
 static bool endgame_shortcut(const Position &pos, int side, i32 &score) {
     u32 ws = pos.material_sig[WHITE], bs = pos.material_sig[BLACK];
-    int wp = pos.piece_points[WHITE], bp = pos.piece_points[BLACK];
     score = 0;
-    if (((ws | bs) & 0xFF00F) == 0) {
-        if (wp < 4 && bp < 4) return true;
-        if ((ws == 32 && bs == 0) || (bs == 32 && ws == 0)) return true;
-    }
+    if (drawn_by_material(pos)) return true;
     // The tables below need both kings on the board.
     if ((ws && bs) || pos.king_sq[WHITE] == NO_SQUARE ||
         pos.king_sq[BLACK] == NO_SQUARE)

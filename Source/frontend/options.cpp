@@ -199,6 +199,11 @@ static void set_chess960(const OptionRow &row, const char *value) {
     relaxed_store(settings.chess960, check(row, value));
 }
 
+// Read by the search's lines as they print, so it may change mid-search.
+static void set_show_wdl(const OptionRow &row, const char *value) {
+    relaxed_store(settings.show_wdl, check(row, value));
+}
+
 // Texts, checks and the button carry no range.
 static constexpr OptionRow OPTIONS[] = {
     {"ConfigFilePath", 0, 0, set_config_path},
@@ -224,6 +229,7 @@ static constexpr OptionRow OPTIONS[] = {
     {"UCI_LimitStrength", 0, 1, set_limit_strength},
     {"UCI_Elo", 1500, 3300, set_elo},
     {"UCI_Chess960", 0, 1, set_chess960},
+    {"UCI_ShowWDL", 0, 1, set_show_wdl},
 };
 
 void set_option(const char *name, const char *value) {

@@ -275,13 +275,29 @@ static bool read_round(SwitchRound &r) {
     return true;
 }
 
+// "quillon bench": the benchmark as testing frameworks call it.  The word
+// itself matches no switch, so the rounds pass over it; switches after it
+// (-d, -threads, -use_hce, ...) apply as to -bench, and a later mode switch
+// wins as always.
+static bool bench_word_first(int argc, const char *const *argv) {
+    return argc > 1 && argv[1] && std::strcmp(argv[1], "bench") == 0;
+}
+
 SwitchOutcome read_switches(int argc, const char *const *argv) {
-    SwitchRound r{argc, argv, 1, "", {MODE_THINK, 0, -1}};
+    SwitchRound r{argc, argv, 1, "", {MODE_THINK, 0, -1, 0}};
+    bool bench_word = bench_word_first(argc, argv);
+    if (bench_word) r.out.mode = MODE_BENCH;
     while (r.index < argc) {
         if (!read_round(r)) {
             r.out.exit_code = 1;
             break;
         }
+    }
+    if (bench_word && r.out.mode == MODE_BENCH) {
+        r.out.bench_summary = 1;
+        // As with -bench, a -d up to 50 stands and anything above is the
+        // default.
+        if (settings.max_depth > 50) settings.max_depth = BENCH_WORD_DEPTH;
     }
     return r.out;
 }

@@ -24,16 +24,23 @@ constexpr i32 MODE_MULTI_PASS_EPD = 18;
 // What the command line asked for.
 struct SwitchOutcome {
     i32 mode;
-    u8 bench_inline;  // -pbench: the benchmark searches on the calling thread
-    i32 exit_code;    // -1: go on; else end the process at once with it
+    u8 bench_inline;   // -pbench: the benchmark searches on the calling thread
+    i32 exit_code;     // -1: go on; else end the process at once with it
+    u8 bench_summary;  // the word "bench" first: end with "N nodes M nps"
 };
+
+// The depth of "quillon bench" when no -d sets one: the full benchmark's
+// depth takes minutes on a slow core, more than a testing framework waits.
+constexpr i8 BENCH_WORD_DEPTH = 13;
 
 // Reads argv[1 .. argc-1] into settings (and status.target_nps for -nps).
 // Each round tries every switch in a fixed order on one string; a switch
 // that takes a value steps on, and the value then stands in for the string
 // in the tests left in that round, so a value that spells a switch tested
 // later in the round acts as that switch too.  A value missing at the end
-// of the line reads as "".
+// of the line reads as "".  The bare word "bench" as the first argument
+// asks for the benchmark at BENCH_WORD_DEPTH (unless -d names one up to 50),
+// the form that engine-testing frameworks run.
 SwitchOutcome read_switches(int argc, const char *const *argv);
 
 // The hash size in megabytes that a depth or node limit calls for, or 0

@@ -77,6 +77,7 @@ static void print_uci_block() {
     print_spin("UCI_Elo", settings_snapshot.elo, 1500, top);
     print_spin("Contempt", s.contempt, -150, 150);
     print_spin("Selectivity", s.selectivity, 0, 200);
+    print_check("UCI_ShowWDL", s.show_wdl);
     print_line("uciok");
 }
 

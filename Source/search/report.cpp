@@ -8,6 +8,7 @@
 #include "hash.h"
 #include "position/notation.h"
 #include "search.h"
+#include "wdl.h"
 
 // A line longer than its 512-byte buffer is cut by the formatted print.
 #pragma GCC diagnostic ignored "-Wformat-truncation"
@@ -84,14 +85,22 @@ static f32 nodes_per_second(f32 elapsed) {
 // From here out a score reads as a mate.
 constexpr int MATE_TEXT_BORDER = 9900;
 
-// "cp", or "mate" in moves: positive when the side to move mates.
+// "cp", or "mate" in moves: positive when the side to move mates.  With
+// UCI_ShowWDL on, the shares of a win, a draw and a loss follow.
 static void score_text(int score, char *out, size_t size) {
+    int n;
     if (score >= MATE_TEXT_BORDER)
-        std::snprintf(out, size, "mate %d", (MATE_SCORE - score) / 2);
+        n = std::snprintf(out, size, "mate %d", (MATE_SCORE - score) / 2);
     else if (score < -MATE_TEXT_BORDER)
-        std::snprintf(out, size, "mate -%d", (score + INFINITE_SCORE) / 2);
+        n = std::snprintf(out, size, "mate -%d", (score + INFINITE_SCORE) / 2);
     else
-        std::snprintf(out, size, "cp %d", score);
+        n = std::snprintf(out, size, "cp %d", score);
+    if (!relaxed_load(settings.show_wdl) || n < 0 ||
+        static_cast<size_t>(n) >= size)
+        return;
+    WdlShares wdl = root_wdl(front_worker->position, score, status.tb_result);
+    std::snprintf(out + n, size - n, " wdl %d %d %d", wdl.win, wdl.draw,
+                  wdl.loss);
 }
 
 void print_search_line(int thread, int multipv_number, int depth, int score,
@@ -115,7 +124,7 @@ void print_search_line(int thread, int multipv_number, int depth, int score,
         if (relaxed_load(settings.multi_pv) > 1)
             std::snprintf(multipv, sizeof multipv, "multipv %d ",
                           multipv_number);
-        char score_words[32];
+        char score_words[64];
         score_text(score, score_words, sizeof score_words);
         std::snprintf(text, sizeof text,
                       "info %s%sdepth %d seldepth %d score %s time %.0f "

@@ -17,5 +17,6 @@ void set_bench_limits();
 
 // -bench and -pbench: the 20 positions at a fixed depth (17 unless -d set
 // one up to 50), with the time and node totals.  `inline_search`: search
-// on this thread, without helpers and without polling.
-void run_bench(bool inline_search);
+// on this thread, without helpers and without polling.  `summary`: end
+// with one more line, "<nodes> nodes <nps> nps", for testing frameworks.
+void run_bench(bool inline_search, bool summary);
