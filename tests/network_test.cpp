@@ -256,6 +256,14 @@ TEST_F(NetworkTest, SecondLayerNetsMatchTheReference) {
     expect_reference_scores(r, 15, 20);
 }
 
+// The playouts met every kind of move that changes features unusually.
+void expect_every_move_kind(const MoveKinds &kinds) {
+    EXPECT_GT(kinds.castles, 0);
+    EXPECT_GT(kinds.en_passant, 0);
+    EXPECT_GT(kinds.promotions, 0);
+    EXPECT_GT(kinds.king_crossings, 0);
+}
+
 // After every move the stored sums of the side to move equal a fresh
 // computation, whatever kind of move led there.
 TEST_F(NetworkTest, PatchedAccumulatorsEqualAFreshStart) {
@@ -279,10 +287,134 @@ TEST_F(NetworkTest, PatchedAccumulatorsEqualAFreshStart) {
     });
     EXPECT_EQ(differing, 0) << "of " << checked;
     EXPECT_GT(patched, checked / 2);
-    EXPECT_GT(kinds.castles, 0);
-    EXPECT_GT(kinds.en_passant, 0);
-    EXPECT_GT(kinds.promotions, 0);
-    EXPECT_GT(kinds.king_crossings, 0);
+    expect_every_move_kind(kinds);
+}
+
+// The sums as the rules leave them, patch after patch, for one side to
+// move: the reference keeps its own lists and sums and follows the rules'
+// tests and orders, saturating at every step.
+struct ReferenceSums {
+    std::vector<int> features, values;
+    u64 occupied = 0;
+    int wing = 0;
+};
+
+int reference_wing(const Position &pos) {
+    int king[2] = {-1, -1};
+    for (int sq = 0; sq < 64; sq++) {
+        if (pos.board[sq] == 6) king[0] = sq;
+        if (pos.board[sq] == 14) king[1] = sq;
+    }
+    return (king[0] % 8 >= 4) != (king[1] % 8 >= 4);
+}
+
+void reference_patch(const ReferenceNet &r, const Position &pos, int ply,
+                     ReferenceSums &sums) {
+    std::vector<int> now = reference_features(pos, r.s);
+    u64 occupied = 0;
+    for (int sq = 0; sq < 64; sq++)
+        if (pos.board[sq]) occupied |= u64{1} << sq;
+    int wing = reference_wing(pos);
+    auto step = [&](int f, int sign) {
+        for (int n = 0; n < r.s.layer1; n++)
+            sums.values[n] = std::clamp(
+                sums.values[n] + sign * r.w[f * r.s.layer1 + n], -32768, 32767);
+    };
+    bool patch = sums.wing == wing && ply >= 3 &&
+                 count_bits(occupied ^ sums.occupied) <= 8;
+    if (patch) {
+        auto has = [](const std::vector<int> &v, int f) {
+            return std::find(v.begin(), v.end(), f) != v.end();
+        };
+        for (int f : sums.features)
+            if (!has(now, f)) step(f, -1);
+        for (int f : now)
+            if (!has(sums.features, f)) step(f, +1);
+    } else {
+        sums.values = reference_layer1(r, now);
+    }
+    sums.features = now;
+    sums.occupied = occupied;
+    sums.wing = wing;
+}
+
+// On a net whose sums saturate, a patch may differ from a fresh start, so
+// the engine must take the rules' own path: the same tests, the same rows
+// in the same order.  King crossings, castling, captures and promotions
+// all come by.
+TEST_F(NetworkTest, SaturatingPatchesFollowTheRulesStepByStep) {
+    ReferenceNet r = load_random(Shape{}, 21, 30000, 40, 30000);
+    ReferenceSums sums[2];
+    for (ReferenceSums &side : sums) side.values.assign(r.s.layer1, 0);
+    int checked = 0, differing = 0, patched_and_saturated = 0;
+    std::mt19937 plies(5);
+    MoveKinds kinds = play_out(22, 40, 70, [&](Position &pos) {
+        int ply = plies() % 8 == 0 ? 1 : 6;
+        ReferenceSums &want = sums[pos.side];
+        bool patch = want.wing == reference_wing(pos) && ply >= 3;
+        evaluate_net(ply);
+        reference_patch(r, pos, ply, want);
+        const i16 *v = front_worker->nn.accumulators[pos.side]->values;
+        bool saturated = false;
+        for (int n = 0; n < r.s.layer1; n++) {
+            if (v[n] == 32767 || v[n] == -32768) saturated = true;
+            if (v[n] != want.values[n]) {
+                differing++;
+                break;
+            }
+        }
+        if (patch && saturated) patched_and_saturated++;
+        checked++;
+    });
+    EXPECT_EQ(differing, 0) << "of " << checked;
+    EXPECT_GT(patched_and_saturated, checked / 4);
+    expect_every_move_kind(kinds);
+}
+
+// The changes read from two boards are the changes of their lists: the
+// same features in the same order, for every pair of positions with the
+// same side to move whose kings kept their wings.
+TEST_F(NetworkTest, BoardChangesEqualTheListDifference) {
+    std::vector<NetBoard> seen[2];
+    int compared = 0, differing = 0;
+    play_out(23, 60, 60, [&](Position &pos) {
+        NetBoard now;
+        net_board_of(pos, NET_PIECE_INPUTS, 36, now);
+        u16 now_list[NET_MAX_FEATURES];
+        int now_count = net_board_features(now, now_list);
+        std::vector<NetBoard> &mine = seen[pos.side];
+        // The last few boards with this side to move, as a search meets them.
+        for (size_t back = 1; back <= 3 && back <= mine.size(); back++) {
+            const NetBoard &old = mine[mine.size() - back];
+            if (old.mirror[0] != now.mirror[0] ||
+                old.mirror[1] != now.mirror[1])
+                continue;
+            u16 old_list[NET_MAX_FEATURES];
+            int old_count = net_board_features(old, old_list);
+            std::vector<u16> gone, came;
+            for (int i = 0; i < old_count; i++)
+                if (std::find(now_list, now_list + now_count, old_list[i]) ==
+                    now_list + now_count)
+                    gone.push_back(old_list[i]);
+            for (int i = 0; i < now_count; i++)
+                if (std::find(old_list, old_list + old_count, now_list[i]) ==
+                    old_list + old_count)
+                    came.push_back(now_list[i]);
+            FeatureChanges changes;
+            net_board_changes(old, now, changes);
+            if (std::vector<u16>(changes.gone,
+                                 changes.gone + changes.gone_count) != gone ||
+                std::vector<u16>(changes.came,
+                                 changes.came + changes.came_count) != came)
+                differing++;
+            compared++;
+        }
+        mine.push_back(now);
+        EXPECT_EQ(now_count,
+                  static_cast<int>(reference_features(pos, Shape{}).size()));
+    });
+    EXPECT_EQ(differing, 0) << "of " << compared;
+    EXPECT_GT(compared, 3000);
 }
 
 // --- Features and buckets -----------------------------------------------
@@ -496,19 +628,37 @@ TEST_F(NetworkTest, OnePassUpdateMatchesRowByRowOnEveryPath) {
             for (int k = 0; k < u.came_count; k++)
                 add_row_128(want.data(), u.came[k], n);
 
-            std::vector<i16> out(n, 1), copy(n, 2), out128(n, 3), copy128(n);
-            update_rows(u, out.data(), copy.data(), n);
-            update_rows_128(u, out128.data(), copy128.data(), n);
-            EXPECT_EQ(out, want) << NETWORK_VECTOR_PATH << " n " << n;
-            EXPECT_EQ(copy, want);
-            EXPECT_EQ(out128, want) << "n " << n;
-            EXPECT_EQ(copy128, want);
+            // The activation and the output's dot product, as the
+            // separate passes give them.
+            std::vector<i16> want_active = want;
+            leaky_rectify_128(want_active.data(), n);
+            std::vector<i16> output_row(n);
+            for (i16 &v : output_row) v = draw();
+            i32 want_dot =
+                dot_product_128(want_active.data(), output_row.data(), n);
+            const i16 *row = round % 4 == 1 ? nullptr : output_row.data();
+            if (!row) want_dot = 0;
+
+            std::vector<i16> active(n, 1), sums(n, 2), active128(n, 3),
+                sums128(n);
+            EXPECT_EQ(update_rows(u, active.data(), sums.data(), n, row),
+                      want_dot)
+                << NETWORK_VECTOR_PATH << " n " << n;
+            EXPECT_EQ(
+                update_rows_128(u, active128.data(), sums128.data(), n, row),
+                want_dot)
+                << "n " << n;
+            EXPECT_EQ(sums, want) << NETWORK_VECTOR_PATH << " n " << n;
+            EXPECT_EQ(active, want_active);
+            EXPECT_EQ(sums128, want) << "n " << n;
+            EXPECT_EQ(active128, want_active);
             // In place, as the accumulator is patched.
             if (u.from) {
                 std::vector<i16> own = from;
                 u.from = own.data();
-                update_rows(u, out.data(), own.data(), n);
+                update_rows(u, active.data(), own.data(), n, row);
                 EXPECT_EQ(own, want);
+                EXPECT_EQ(active, want_active);
             }
         }
     }

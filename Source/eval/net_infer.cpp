@@ -58,7 +58,11 @@ static bool set_up_network_state(EvalWorker *worker) {
     bool ok = s.working_accumulator && s.hidden_values && s.feature_marks;
     for (Accumulator *&acc : s.accumulators) {
         acc = zeroed<Accumulator>(1);
-        if (acc) acc->values = zeroed<i16>(n.layer1_size);
+        if (acc) {
+            acc->values = zeroed<i16>(n.layer1_size);
+            // An empty board: a first patch has nothing to take out.
+            acc->board.extra = NO_NET_FEATURE;
+        }
         ok = ok && acc && acc->values;
     }
     if (!ok) {
@@ -82,16 +86,18 @@ static const i16 *row_of(int feature) {
     return network.layer1_weights + int64_t{feature} * network.layer1_size;
 }
 
-// Steps 1 and 2: from the last sums with this side to move, take out
-// the features that went and add those that came.
-static void patch_changes(NetworkState &s, const Accumulator &acc,
-                          RowUpdate &u) {
+// Steps 1 and 2 by the lists: from the last sums with this side to move,
+// take out the features that went and add those that came.
+static void patch_by_lists(NetworkState &s, const Accumulator &acc,
+                           RowUpdate &u) {
+    u16 stored[NET_MAX_FEATURES];
+    int stored_count = net_board_features(acc.board, stored);
     u.from = acc.values;
     u.gone_count = u.came_count = 0;
     for (int i = 0; i < s.feature_count; i++)
         s.feature_marks[s.features[i]] = 1;
-    for (int i = 0; i < acc.feature_count; i++) {
-        u16 f = acc.features[i];
+    for (int i = 0; i < stored_count; i++) {
+        u16 f = stored[i];
         if (s.feature_marks[f])
             s.feature_marks[f] = 0;
         else
@@ -105,6 +111,22 @@ static void patch_changes(NetworkState &s, const Accumulator &acc,
     }
 }
 
+// Steps 1 and 2 by the boards: when both kings kept their wings, the men
+// that left or reached a square are the features that went or came, and
+// the bitboards give them in list order without writing the lists out.
+static void patch_by_boards(const NetworkState &s, const Accumulator &acc,
+                            RowUpdate &u) {
+    FeatureChanges changes;
+    net_board_changes(acc.board, s.board, changes);
+    u.from = acc.values;
+    u.gone_count = changes.gone_count;
+    u.came_count = changes.came_count;
+    for (int k = 0; k < changes.gone_count; k++)
+        u.gone[k] = row_of(changes.gone[k]);
+    for (int k = 0; k < changes.came_count; k++)
+        u.came[k] = row_of(changes.came[k]);
+}
+
 // Step 3.
 static void start_changes(const NetworkState &s, RowUpdate &u) {
     u.from = nullptr;
@@ -114,28 +136,44 @@ static void start_changes(const NetworkState &s, RowUpdate &u) {
     for (int i = 0; i < s.feature_count; i++) u.came[i] = row_of(s.features[i]);
 }
 
-static void first_layer(EvalWorker *worker, const Position &pos) {
+static bool same_wings(const NetBoard &a, const NetBoard &b) {
+    return a.whole && b.whole && a.mirror[WHITE] == b.mirror[WHITE] &&
+           a.mirror[BLACK] == b.mirror[BLACK];
+}
+
+// The first layer, its activation, and (for a net without a second
+// layer) the output's dot product with `output_row`, which is returned.
+static i32 first_layer(EvalWorker *worker, const Position &pos,
+                       const i16 *output_row) {
     NetworkState &s = worker->nn;
     Accumulator &acc = *s.accumulators[pos.side & 1];
     u64 occupied = occupied_squares(pos);
     // 1. A king crossing between the d and e files changes the features
-    // but not these tests: the patch compares lists, so it copes.
+    // but not these tests: the patch by lists copes.
     bool can_patch = acc.wing_flag == s.wing_flag &&
                      worker->eval.eval_ply >= PATCH_MIN_PLY &&
                      count_bits(occupied ^ acc.occupied) <= PATCH_SQUARES;
     RowUpdate u;
-    if (can_patch)
-        patch_changes(s, acc, u);
-    else
-        start_changes(s, u);
+    if (can_patch && same_wings(acc.board, s.board)) {
+        patch_by_boards(s, acc, u);
+    } else {
+        s.feature_count =
+            static_cast<i16>(net_board_features(s.board, s.features));
+        if (can_patch)
+            patch_by_lists(s, acc, u);
+        else
+            start_changes(s, u);
+    }
     // All rows in one pass over the lanes, every lane in the order of the
-    // lists; step 4 keeps the sums in the side's accumulator as it goes.
-    update_rows(u, s.working_accumulator, acc.values, network.layer1_size);
-    acc.feature_count = s.feature_count;
+    // lists; step 4 keeps the sums in the side's accumulator as it goes,
+    // and the activation follows while the lanes are at hand.
+    i32 dot = update_rows(u, s.working_accumulator, acc.values,
+                          network.layer1_size, output_row);
+    acc.board = s.board;
     acc.ply = worker->eval.eval_ply;
     acc.wing_flag = s.wing_flag;
     acc.occupied = occupied;
-    std::memcpy(acc.features, s.features, sizeof acc.features);
+    return dot;
 }
 
 // The optional second layer.  One running value carries from node to
@@ -200,15 +238,13 @@ i32 network_evaluate(EvalWorker *worker) {
         print_line("error initializing NN!");
         return -INFINITE_SCORE;
     }
-    s.feature_count = static_cast<i16>(
-        network_features(pos, network.inputs_piece, network.inputs_extra,
-                         s.features, s.wing_flag));
-    first_layer(worker, pos);
-    leaky_rectify(s.working_accumulator, network.layer1_size);
+    net_board_of(pos, network.inputs_piece, network.inputs_extra, s.board);
+    s.wing_flag = s.board.wing_flag;
     s.output_bucket = static_cast<u16>(output_bucket_of(pos));
     i32 dot;
     int width;
     if (network.layer2_size > 0) {
+        first_layer(worker, pos, nullptr);
         second_layer(s);
         width = network.layer2_size;
         dot = dot_product(
@@ -216,9 +252,9 @@ i32 network_evaluate(EvalWorker *worker) {
             s.hidden_values, width);
     } else {
         width = network.layer1_size;
-        dot = dot_product(
-            network.layer2_weights + int64_t{s.output_bucket} * width,
-            s.working_accumulator, width);
+        dot = first_layer(
+            worker, pos,
+            network.layer2_weights + int64_t{s.output_bucket} * width);
     }
     bool add_noise = relaxed_load(settings.noise) != 0.0f && game_board &&
                      game_board->hist_index > 1;

@@ -80,9 +80,10 @@ i32 dot_product_128(const i16 *a, const i16 *b, int n) {
     return static_cast<i32>(total);
 }
 
-// Lanes `start` to `n` of an update, eight at a time, then one by one.
-static void update_rows_from(const RowUpdate &u, i16 *out, i16 *copy, int start,
-                             int n) {
+// Lanes `start` to `n` of an update, eight at a time, then one by one;
+// returns the activations' products with `output_row` summed.
+static u32 update_rows_from(const RowUpdate &u, i16 *active, i16 *sums,
+                            int start, int n, const i16 *output_row) {
     int i = start;
     for (; i + 8 <= n; i += 8) {
         __m128i v = u.from ? load8(u.from + i) : _mm_set1_epi16(u.bias);
@@ -90,20 +91,31 @@ static void update_rows_from(const RowUpdate &u, i16 *out, i16 *copy, int start,
             v = _mm_subs_epi16(v, load8(u.gone[k] + i));
         for (int k = 0; k < u.came_count; k++)
             v = _mm_adds_epi16(v, load8(u.came[k] + i));
-        store8(out + i, v);
-        store8(copy + i, v);
+        store8(sums + i, v);
+        store8(active + i, v);
     }
+    // The activation and the dot product over the lanes just written, as
+    // the separate passes do them.
+    leaky_rectify_128(active + start, i - start);
+    u32 total = 0;
+    if (output_row)
+        total = static_cast<u32>(
+            dot_product_128(active + start, output_row + start, i - start));
     for (; i < n; i++) {
         i16 v = u.from ? u.from[i] : u.bias;
         for (int k = 0; k < u.gone_count; k++) v = saturate(v - u.gone[k][i]);
         for (int k = 0; k < u.came_count; k++) v = saturate(v + u.came[k][i]);
-        out[i] = v;
-        copy[i] = v;
+        sums[i] = v;
+        active[i] = leaky(v);
+        if (output_row) total += product(active[i], output_row[i]);
     }
+    return total;
 }
 
-void update_rows_128(const RowUpdate &u, i16 *out, i16 *copy, int n) {
-    update_rows_from(u, out, copy, 0, n);
+i32 update_rows_128(const RowUpdate &u, i16 *active, i16 *sums, int n,
+                    const i16 *output_row) {
+    return static_cast<i32>(
+        update_rows_from(u, active, sums, 0, n, output_row));
 }
 
 #if defined(__AVX512BW__)
@@ -112,25 +124,37 @@ const char *const NETWORK_VECTOR_PATH = "AVX-512BW";
 
 static __m512i load32(const i16 *p) { return _mm512_loadu_si512(p); }
 
+// The leaky rectifier on 32 lanes: add 31 to the negative ones and shift
+// them arithmetically by 5.
+static __m512i leaky32(__m512i x) {
+    __mmask32 negative = _mm512_cmplt_epi16_mask(x, _mm512_setzero_si512());
+    x = _mm512_mask_add_epi16(x, negative, x, _mm512_set1_epi16(31));
+    return _mm512_mask_srai_epi16(x, negative, x, 5);
+}
+
+static u32 lane_total(__m512i v) {
+    alignas(64) u32 lanes[16];
+    _mm512_store_si512(lanes, v);
+    u32 total = 0;
+    for (u32 x : lanes) total += x;
+    return total;
+}
+
 void leaky_rectify(i16 *acc, int n) {
-    const __m512i bias = _mm512_set1_epi16(31);
-    const __m512i zero = _mm512_setzero_si512();
     int i = 0;
-    for (; i + 32 <= n; i += 32) {
-        __m512i x = load32(acc + i);
-        __mmask32 negative = _mm512_cmplt_epi16_mask(x, zero);
-        x = _mm512_mask_add_epi16(x, negative, x, bias);
-        x = _mm512_mask_srai_epi16(x, negative, x, 5);
-        _mm512_storeu_si512(acc + i, x);
-    }
+    for (; i + 32 <= n; i += 32)
+        _mm512_storeu_si512(acc + i, leaky32(load32(acc + i)));
     leaky_rectify_128(acc + i, n - i);
 }
 
 // `R` vectors of lanes from `base` on, held in registers while every row
 // goes by: the rows stream through once and the R sums are independent,
-// where one vector at a time would wait on each add of a long chain.
+// where one vector at a time would wait on each add of a long chain.  The
+// sums are then stored, rectified and multiplied into `dot` while still in
+// registers.
 template <int R>
-static void update_block(const RowUpdate &u, i16 *out, i16 *copy, int base) {
+static void update_block(const RowUpdate &u, i16 *active, i16 *sums, int base,
+                         const i16 *output_row, __m512i &dot) {
     __m512i v[R];
     for (int r = 0; r < R; r++)
         v[r] =
@@ -146,18 +170,29 @@ static void update_block(const RowUpdate &u, i16 *out, i16 *copy, int base) {
             v[r] = _mm512_adds_epi16(v[r], load32(row + 32 * r));
     }
     for (int r = 0; r < R; r++) {
-        _mm512_storeu_si512(out + base + 32 * r, v[r]);
-        _mm512_storeu_si512(copy + base + 32 * r, v[r]);
+        _mm512_storeu_si512(sums + base + 32 * r, v[r]);
+        __m512i a = leaky32(v[r]);
+        _mm512_storeu_si512(active + base + 32 * r, a);
+        if (output_row)
+            dot = _mm512_add_epi32(
+                dot, _mm512_madd_epi16(a, load32(output_row + base + 32 * r)));
     }
 }
 
 // Blocks of 512 lanes use 16 of the 32 vector registers.
-void update_rows(const RowUpdate &u, i16 *out, i16 *copy, int n) {
+i32 update_rows(const RowUpdate &u, i16 *active, i16 *sums, int n,
+                const i16 *output_row) {
+    __m512i dot = _mm512_setzero_si512();
     int i = 0;
-    for (; i + 512 <= n; i += 512) update_block<16>(u, out, copy, i);
-    for (; i + 128 <= n; i += 128) update_block<4>(u, out, copy, i);
-    for (; i + 32 <= n; i += 32) update_block<1>(u, out, copy, i);
-    update_rows_from(u, out, copy, i, n);
+    for (; i + 512 <= n; i += 512)
+        update_block<16>(u, active, sums, i, output_row, dot);
+    for (; i + 128 <= n; i += 128)
+        update_block<4>(u, active, sums, i, output_row, dot);
+    for (; i + 32 <= n; i += 32)
+        update_block<1>(u, active, sums, i, output_row, dot);
+    u32 total = output_row ? lane_total(dot) : 0;
+    return static_cast<i32>(
+        total + update_rows_from(u, active, sums, i, n, output_row));
 }
 
 i32 dot_product(const i16 *a, const i16 *b, int n) {
@@ -166,12 +201,8 @@ i32 dot_product(const i16 *a, const i16 *b, int n) {
     for (; i + 32 <= n; i += 32)
         sum = _mm512_add_epi32(sum,
                                _mm512_madd_epi16(load32(a + i), load32(b + i)));
-    alignas(64) u32 lanes[16];
-    _mm512_store_si512(lanes, sum);
-    u32 total = 0;
-    for (u32 v : lanes) total += v;
-    return static_cast<i32>(
-        total + static_cast<u32>(dot_product_128(a + i, b + i, n - i)));
+    return static_cast<i32>(lane_total(sum) + static_cast<u32>(dot_product_128(
+                                                  a + i, b + i, n - i)));
 }
 
 #elif defined(__AVX2__)
@@ -186,23 +217,32 @@ static void store16(i16 *p, __m256i v) {
     _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), v);
 }
 
+// The leaky rectifier on 16 lanes, as on 8.
+static __m256i leaky16(__m256i x) {
+    __m256i negative = _mm256_cmpgt_epi16(_mm256_setzero_si256(), x);
+    x = _mm256_add_epi16(x, _mm256_and_si256(negative, _mm256_set1_epi16(31)));
+    return _mm256_blendv_epi8(x, _mm256_srai_epi16(x, 5), negative);
+}
+
+static u32 lane_total(__m256i v) {
+    alignas(32) u32 lanes[8];
+    _mm256_store_si256(reinterpret_cast<__m256i *>(lanes), v);
+    u32 total = 0;
+    for (u32 x : lanes) total += x;
+    return total;
+}
+
 void leaky_rectify(i16 *acc, int n) {
-    const __m256i bias = _mm256_set1_epi16(31);
-    const __m256i zero = _mm256_setzero_si256();
     int i = 0;
-    for (; i + 16 <= n; i += 16) {
-        __m256i x = load16(acc + i);
-        __m256i negative = _mm256_cmpgt_epi16(zero, x);
-        x = _mm256_add_epi16(x, _mm256_and_si256(negative, bias));
-        __m256i shifted = _mm256_srai_epi16(x, 5);
-        store16(acc + i, _mm256_blendv_epi8(x, shifted, negative));
-    }
+    for (; i + 16 <= n; i += 16) store16(acc + i, leaky16(load16(acc + i)));
     leaky_rectify_128(acc + i, n - i);
 }
 
-// As on AVX-512: R vectors of sums held while the rows go by.
+// As on AVX-512: R vectors of sums held while the rows go by, then
+// stored, rectified and multiplied into `dot`.
 template <int R>
-static void update_block(const RowUpdate &u, i16 *out, i16 *copy, int base) {
+static void update_block(const RowUpdate &u, i16 *active, i16 *sums, int base,
+                         const i16 *output_row, __m256i &dot) {
     __m256i v[R];
     for (int r = 0; r < R; r++)
         v[r] =
@@ -218,17 +258,27 @@ static void update_block(const RowUpdate &u, i16 *out, i16 *copy, int base) {
             v[r] = _mm256_adds_epi16(v[r], load16(row + 16 * r));
     }
     for (int r = 0; r < R; r++) {
-        store16(out + base + 16 * r, v[r]);
-        store16(copy + base + 16 * r, v[r]);
+        store16(sums + base + 16 * r, v[r]);
+        __m256i a = leaky16(v[r]);
+        store16(active + base + 16 * r, a);
+        if (output_row)
+            dot = _mm256_add_epi32(
+                dot, _mm256_madd_epi16(a, load16(output_row + base + 16 * r)));
     }
 }
 
 // Blocks of 128 lanes use 8 of the 16 vector registers.
-void update_rows(const RowUpdate &u, i16 *out, i16 *copy, int n) {
+i32 update_rows(const RowUpdate &u, i16 *active, i16 *sums, int n,
+                const i16 *output_row) {
+    __m256i dot = _mm256_setzero_si256();
     int i = 0;
-    for (; i + 128 <= n; i += 128) update_block<8>(u, out, copy, i);
-    for (; i + 16 <= n; i += 16) update_block<1>(u, out, copy, i);
-    update_rows_from(u, out, copy, i, n);
+    for (; i + 128 <= n; i += 128)
+        update_block<8>(u, active, sums, i, output_row, dot);
+    for (; i + 16 <= n; i += 16)
+        update_block<1>(u, active, sums, i, output_row, dot);
+    u32 total = output_row ? lane_total(dot) : 0;
+    return static_cast<i32>(
+        total + update_rows_from(u, active, sums, i, n, output_row));
 }
 
 i32 dot_product(const i16 *a, const i16 *b, int n) {
@@ -237,12 +287,8 @@ i32 dot_product(const i16 *a, const i16 *b, int n) {
     for (; i + 16 <= n; i += 16)
         sum = _mm256_add_epi32(sum,
                                _mm256_madd_epi16(load16(a + i), load16(b + i)));
-    alignas(32) u32 lanes[8];
-    _mm256_store_si256(reinterpret_cast<__m256i *>(lanes), sum);
-    u32 total = 0;
-    for (u32 v : lanes) total += v;
-    return static_cast<i32>(
-        total + static_cast<u32>(dot_product_128(a + i, b + i, n - i)));
+    return static_cast<i32>(lane_total(sum) + static_cast<u32>(dot_product_128(
+                                                  a + i, b + i, n - i)));
 }
 
 #else
@@ -253,8 +299,9 @@ void leaky_rectify(i16 *acc, int n) { leaky_rectify_128(acc, n); }
 i32 dot_product(const i16 *a, const i16 *b, int n) {
     return dot_product_128(a, b, n);
 }
-void update_rows(const RowUpdate &u, i16 *out, i16 *copy, int n) {
-    update_rows_from(u, out, copy, 0, n);
+i32 update_rows(const RowUpdate &u, i16 *active, i16 *sums, int n,
+                const i16 *output_row) {
+    return update_rows_128(u, active, sums, n, output_row);
 }
 
 #endif

@@ -47,14 +47,39 @@ struct NetworkDescriptor {
 
 extern NetworkDescriptor network;
 
+// No feature: a net without the material input.
+constexpr u16 NO_NET_FEATURE = 0xFFFF;
+
+// The men of a position as the net sees them from the side to move: each
+// colour's king (type 0) and pieces with the colour's mirror and block,
+// and the material feature.  An accumulator keeps the board it was summed
+// for instead of the feature list, so that the next patch can find the
+// changed features from the bitboards and the list is only written out
+// when a fresh start or a king changing wings needs it.
+struct NetBoard {
+    u64 men[2][6];
+    u16 mirror[2];
+    u16 block[2];
+    u16 extra;
+    u16 wing_flag;
+    // Both kings present and few enough men that the list cuts none off.
+    bool whole;
+};
+
 // The first layer as the last evaluation with one side to move left it.
 struct Accumulator {
     i16 *values;
-    u16 features[NET_MAX_FEATURES];
-    i16 feature_count;
+    NetBoard board;
     i16 ply;
     u16 wing_flag;
     u64 occupied;
+};
+
+// The features a patch takes out and adds, in the order of the lists.
+struct FeatureChanges {
+    int gone_count, came_count;
+    u16 gone[NET_MAX_FEATURES];
+    u16 came[NET_MAX_FEATURES];
 };
 
 // A Worker's network state, made on its first evaluation.  The sizes the
@@ -65,6 +90,9 @@ struct NetworkState {
     f32 net_probability;
     i16 *working_accumulator;
     i16 *hidden_values;
+    // The board of this evaluation.  Its feature list is written out only
+    // when a fresh start or a patch by lists needs it.
+    NetBoard board;
     i16 feature_count;
     u16 features[NET_MAX_FEATURES];
     u16 output_bucket;
@@ -128,6 +156,15 @@ void fix_network_noise(EvalWorker *worker, u32 seed);
 // result is their number.  Sets `wing_flag`.
 int network_features(const Position &pos, int inputs_piece, int inputs_extra,
                      u16 *features, u16 &wing_flag);
+// The same in two steps: the board as the net sees it, then its list.
+void net_board_of(const Position &pos, int inputs_piece, int inputs_extra,
+                  NetBoard &board);
+int net_board_features(const NetBoard &board, u16 *features);
+// The features that went and came between two whole boards of the same
+// side to move whose kings kept their wings: the same lists, in the same
+// order, as comparing their feature lists would give.
+void net_board_changes(const NetBoard &old_board, const NetBoard &new_board,
+                       FeatureChanges &changes);
 // The output row of a position: 0 with much material, 6 with pawns alone.
 int output_bucket_of(const Position &pos);
 // The float output stage: a 32-bit dot product to the winning probability
@@ -151,8 +188,13 @@ struct RowUpdate {
     const i16 *gone[NET_MAX_FEATURES];
     const i16 *came[NET_MAX_FEATURES];
 };
-// Writes the result to both `out` and `copy`; `from` may be `copy`.
-void update_rows(const RowUpdate &u, i16 *out, i16 *copy, int n);
+// Writes the sums to `sums` (`from` may be `sums`) and their leaky
+// rectification to `active`, and returns the dot product of the
+// activations with `output_row`, or 0 when it is null: what the separate
+// passes of leaky_rectify and dot_product would give, while every lane is
+// still in a register.
+i32 update_rows(const RowUpdate &u, i16 *active, i16 *sums, int n,
+                const i16 *output_row);
 // The widest path this build has: "AVX-512BW", "AVX2" or "SSE2".
 extern const char *const NETWORK_VECTOR_PATH;
 // The same on 128-bit vectors only, and the single-row steps, for the
@@ -161,4 +203,5 @@ void add_row_128(i16 *acc, const i16 *row, int n);
 void sub_row_128(i16 *acc, const i16 *row, int n);
 void leaky_rectify_128(i16 *acc, int n);
 i32 dot_product_128(const i16 *a, const i16 *b, int n);
-void update_rows_128(const RowUpdate &u, i16 *out, i16 *copy, int n);
+i32 update_rows_128(const RowUpdate &u, i16 *active, i16 *sums, int n,
+                    const i16 *output_row);
