@@ -664,6 +664,28 @@ TEST_F(NetworkTest, OnePassUpdateMatchesRowByRowOnEveryPath) {
     }
 }
 
+// Rows and sums start on a cache line, so that a wide load never
+// straddles two; a block of any length comes back zeroed.
+TEST_F(NetworkTest, RowsAndSumsStartOnACacheLine) {
+    auto on_a_line = [](const void *p) {
+        return reinterpret_cast<uintptr_t>(p) % NET_LINE_BYTES == 0;
+    };
+    load_random(Shape{}, 31, 3000, 300, 3000);
+    evaluate_net(1);
+    EXPECT_TRUE(on_a_line(network.layer1_weights));
+    EXPECT_TRUE(on_a_line(network.layer2_weights));
+    EXPECT_TRUE(on_a_line(front_worker->nn.working_accumulator));
+    for (Accumulator *acc : front_worker->nn.accumulators)
+        EXPECT_TRUE(on_a_line(acc->values));
+    for (int64_t count : {0, 1, 31, 32, 33, 1000}) {
+        i16 *lanes = zeroed_lanes(count);
+        ASSERT_NE(lanes, nullptr);
+        EXPECT_TRUE(on_a_line(lanes));
+        EXPECT_EQ(std::count(lanes, lanes + count, 0), count);
+        std::free(lanes);
+    }
+}
+
 // --- Loading ------------------------------------------------------------
 
 TEST_F(NetworkTest, LoadFactorTruncatesTowardZero) {

@@ -75,18 +75,25 @@ int network_features(const Position &pos, int inputs_piece, int inputs_extra,
 void net_board_changes(const NetBoard &old_board, const NetBoard &new_board,
                        FeatureChanges &changes) {
     changes.gone_count = changes.came_count = 0;
-    for (int c = WHITE; c <= BLACK; c++) {
-        int mirror = old_board.mirror[c], block = old_board.block[c];
-        for (int t = 0; t <= QUEEN; t++) {
-            int base = block + 64 * t;
-            u64 old_men = old_board.men[c][t], new_men = new_board.men[c][t];
-            for (u64 m = old_men & ~new_men; m; m &= m - 1)
-                changes.gone[changes.gone_count++] =
-                    static_cast<u16>((first_bit(m) ^ mirror) + base);
-            for (u64 m = new_men & ~old_men; m; m &= m - 1)
-                changes.came[changes.came_count++] =
-                    static_cast<u16>((first_bit(m) ^ mirror) + base);
-        }
+    // Most men stand still: first the kinds of men that moved at all, one
+    // bit each, colour by colour and type by type as the lists run.
+    constexpr int KINDS = 6;
+    u32 moved = 0;
+    for (int i = 0; i < 2 * KINDS; i++)
+        moved |= u32{old_board.men[i / KINDS][i % KINDS] !=
+                     new_board.men[i / KINDS][i % KINDS]}
+                 << i;
+    for (; moved; moved &= moved - 1) {
+        int i = first_bit(moved), c = i / KINDS, t = i % KINDS;
+        int mirror = old_board.mirror[c];
+        int base = old_board.block[c] + 64 * t;
+        u64 old_men = old_board.men[c][t], new_men = new_board.men[c][t];
+        for (u64 m = old_men & ~new_men; m; m &= m - 1)
+            changes.gone[changes.gone_count++] =
+                static_cast<u16>((first_bit(m) ^ mirror) + base);
+        for (u64 m = new_men & ~old_men; m; m &= m - 1)
+            changes.came[changes.came_count++] =
+                static_cast<u16>((first_bit(m) ^ mirror) + base);
     }
     if (old_board.extra != new_board.extra) {
         if (old_board.extra != NO_NET_FEATURE)

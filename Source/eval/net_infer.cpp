@@ -52,14 +52,14 @@ static bool set_up_network_state(EvalWorker *worker) {
     s.made_inputs = n.inputs;
     s.made_layer1 = n.layer1_size;
     s.made_layer2 = n.layer2_size;
-    s.working_accumulator = zeroed<i16>(n.layer1_size);
-    s.hidden_values = zeroed<i16>(n.layer2_size);
+    s.working_accumulator = zeroed_lanes(n.layer1_size);
+    s.hidden_values = zeroed_lanes(n.layer2_size);
     s.feature_marks = zeroed<u8>(n.inputs);
     bool ok = s.working_accumulator && s.hidden_values && s.feature_marks;
     for (Accumulator *&acc : s.accumulators) {
         acc = zeroed<Accumulator>(1);
         if (acc) {
-            acc->values = zeroed<i16>(n.layer1_size);
+            acc->values = zeroed_lanes(n.layer1_size);
             // An empty board: a first patch has nothing to take out.
             acc->board.extra = NO_NET_FEATURE;
         }

@@ -79,11 +79,20 @@ static bool size_network(const NetHeader &h) {
     return true;
 }
 
+i16 *zeroed_lanes(int64_t count) {
+    int64_t bytes = std::max<int64_t>(count, 1) * int64_t{sizeof(i16)};
+    bytes = (bytes + NET_LINE_BYTES - 1) / NET_LINE_BYTES * NET_LINE_BYTES;
+    void *block =
+        std::aligned_alloc(NET_LINE_BYTES, static_cast<size_t>(bytes));
+    if (block) std::memset(block, 0, static_cast<size_t>(bytes));
+    return static_cast<i16 *>(block);
+}
+
 // The block is zeroed, so that weights a short file never supplies read
 // as 0 rather than as leftovers.
 static bool allocate_network() {
     NetworkDescriptor &n = network;
-    n.storage = static_cast<i16 *>(std::calloc(n.weight_count, sizeof(i16)));
+    n.storage = zeroed_lanes(n.weight_count);
     if (!n.storage) return false;
     n.layer1_weights = n.storage;
     n.layer2_weights = n.layer1_weights + n.layer1_weights_count;

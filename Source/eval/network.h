@@ -47,6 +47,13 @@ struct NetworkDescriptor {
 
 extern NetworkDescriptor network;
 
+// Rows of weights and sums start on a cache line: a row of a 512-wide
+// layer is then exactly 16 lines, and no 64-byte load straddles two.
+constexpr int64_t NET_LINE_BYTES = 64;
+// `count` zeroed 16-bit lanes on a line of their own, freed with
+// std::free; null when memory runs out.
+i16 *zeroed_lanes(int64_t count);
+
 // No feature: a net without the material input.
 constexpr u16 NO_NET_FEATURE = 0xFFFF;
 
