@@ -214,7 +214,7 @@ int engine_main(int argc, char **argv) {
     // 20. The evaluation parameters: names, tables, spare slots, values.
     init_eval_params();
     // 21. The network.
-    load_network();
+    load_network(settings.nn_file);
     // 22. The tablebases, for play and EPD analysis.
     if (mode == MODE_THINK || mode == MODE_ANALYSE_EPD) tb_init();
     // 23. The run mode.

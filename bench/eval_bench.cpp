@@ -12,10 +12,10 @@
 #include <cstdlib>
 #include <vector>
 
-#include "eval/eval.h"
-#include "eval/network.h"
 #include "core/settings.h"
 #include "core/status.h"
+#include "eval/eval.h"
+#include "eval/network.h"
 #include "position/notation.h"
 #include "search/search.h"
 
@@ -73,8 +73,7 @@ static double network_round(Worker *w, const std::vector<Position> &positions,
 
 static void network_speed(Worker *w, const std::vector<Position> &positions,
                           const char *file, int64_t &checksum) {
-    std::snprintf(settings.nn_file, sizeof settings.nn_file, "%s", file);
-    load_network();
+    load_network(file);
     if (!network_ready()) return;
     for (int ply : {3, 0}) {
         network_round(w, positions, ply, checksum);

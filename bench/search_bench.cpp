@@ -10,14 +10,14 @@
 #include <cstdlib>
 #include <vector>
 
-#include "eval/eval.h"
-#include "eval/network.h"
 #include "core/settings.h"
 #include "core/status.h"
+#include "eval/eval.h"
+#include "eval/network.h"
 #include "position/notation.h"
-#include "search/time_control.h"
 #include "search/hash.h"
 #include "search/search.h"
+#include "search/time_control.h"
 #include "tools/bench.h"
 
 static void init_engine() {
@@ -45,8 +45,7 @@ int main(int argc, char **argv) {
     int rounds = argc > 3 ? std::atoi(argv[3]) : 3;
     init_engine();
     if (argc > 4) {
-        std::snprintf(settings.nn_file, sizeof settings.nn_file, "%s", argv[4]);
-        load_network();
+        load_network(argv[4]);
         if (!network_ready()) return 1;
         settings.use_nn = 1;
     }

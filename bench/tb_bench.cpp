@@ -14,9 +14,9 @@
 #include "core/settings.h"
 #include "core/status.h"
 #include "position/notation.h"
+#include "search/search.h"
 #include "tablebase/tb_board.h"
 #include "tablebase/tb_probe.h"
-#include "search/search.h"
 #include "tools/train_record.h"
 
 namespace fs = std::filesystem;

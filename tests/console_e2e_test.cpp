@@ -186,9 +186,8 @@ TEST_F(ConsoleE2EEval, FenThenEvPrintsTheTrace) {
     ASSERT_FALSE(trace.empty()) << engine.transcript();
 
     // The engine evaluates with its built-in net, when it has one.
-    std::snprintf(settings.nn_file, sizeof settings.nn_file, "embedded");
     testing::internal::CaptureStdout();
-    load_network();
+    load_network("embedded");
     test_position(fen);
     front_worker->eval.eval_ply = 1;
     EXPECT_EQ(testing::internal::GetCapturedStdout(), embedded_net_line());

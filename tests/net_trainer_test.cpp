@@ -211,9 +211,8 @@ TEST(NetTrainer, TrainingLowersTheLossAndTheEngineAgreesWithTheModel) {
     ASSERT_GE(fd, 0);
     close(fd);
     ASSERT_TRUE(write_net(m, name));
-    std::snprintf(settings.nn_file, sizeof settings.nn_file, "%s", name);
     testing::internal::CaptureStdout();
-    load_network();
+    load_network(name);
     EXPECT_EQ(testing::internal::GetCapturedStdout(),
               "info string loaded " + std::string(name) + "\n");
     std::remove(name);
@@ -232,7 +231,6 @@ TEST(NetTrainer, TrainingLowersTheLossAndTheEngineAgreesWithTheModel) {
     EXPECT_LE(worst, 4);
     release_network_state(front_worker);
     free_network();
-    std::snprintf(settings.nn_file, sizeof settings.nn_file, "embedded");
 }
 
 // Wing cases sharing common rows: the folded net (the one written) gives

@@ -32,10 +32,8 @@ std::string temp_path(const std::string &name) {
 
 // Loads a file with standard output silenced; returns what it printed.
 std::string load_quietly(const std::string &path) {
-    std::snprintf(settings.nn_file, sizeof settings.nn_file, "%s",
-                  path.c_str());
     testing::internal::CaptureStdout();
-    load_network();
+    load_network(path.c_str());
     return testing::internal::GetCapturedStdout();
 }
 
@@ -744,9 +742,8 @@ TEST_F(NetworkTest, EmbeddedBlockSaysErrorForEachWeightBeyondTheLimit) {
 // carries nothing and leaves the hand-written evaluation in charge.
 TEST_F(NetworkTest, BuiltInBlockIsTheNetFileOfTheBuild) {
     const std::string file = QUILLON_EVALFILE;
-    std::snprintf(settings.nn_file, sizeof settings.nn_file, "embedded");
     testing::internal::CaptureStdout();
-    load_network();
+    load_network("embedded");
     std::string out = testing::internal::GetCapturedStdout();
     if (file.empty()) {
         EXPECT_EQ(embedded_network_size, 0u);
@@ -787,9 +784,8 @@ TEST_F(NetworkTest, DescriptorSizesAndPointers) {
 }
 
 TEST_F(NetworkTest, NewNetIsSizedAndEvaluatesEven) {
-    std::snprintf(settings.nn_file, sizeof settings.nn_file, "new");
     testing::internal::CaptureStdout();
-    load_network();
+    load_network("new");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "creating new net...\n");
     ASSERT_TRUE(network_ready());
     EXPECT_EQ(network.layer1_size, 1024);
@@ -804,9 +800,7 @@ TEST_F(NetworkTest, MissingFileEndsTheProcessWithZero) {
     std::string path = temp_path("absent.bin");
     EXPECT_EXIT(
         {
-            std::snprintf(settings.nn_file, sizeof settings.nn_file, "%s",
-                          path.c_str());
-            load_network();
+            load_network(path.c_str());
             std::_Exit(3);
         },
         testing::ExitedWithCode(0), "");
@@ -815,9 +809,7 @@ TEST_F(NetworkTest, MissingFileEndsTheProcessWithZero) {
 TEST_F(NetworkTest, EmbeddedWithMoreCharactersIsAFileName) {
     EXPECT_EXIT(
         {
-            std::snprintf(settings.nn_file, sizeof settings.nn_file,
-                          "embedded.nnue");
-            load_network();
+            load_network("embedded.nnue");
             std::_Exit(3);
         },
         testing::ExitedWithCode(0), "");
@@ -1016,7 +1008,6 @@ TEST_F(NetworkTest, NetFileOptionLoadsAtOnceOrAfterTheSearch) {
     EXPECT_EQ(network.layer1_size, 32);
     // During a search the net in use stays until the search is over.
     store_state(STATE_THINKING);
-    std::snprintf(settings.nn_file, sizeof settings.nn_file, "x");
     testing::internal::CaptureStdout();
     set_option("NN_File", "new");
     out = testing::internal::GetCapturedStdout();
@@ -1024,7 +1015,7 @@ TEST_F(NetworkTest, NetFileOptionLoadsAtOnceOrAfterTheSearch) {
     EXPECT_EQ(network.layer1_size, 32);
     store_state(0);
     testing::internal::CaptureStdout();
-    apply_network_reload();
+    apply_network_reload(settings.nn_file);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "creating new net...\n");
     EXPECT_EQ(network.layer1_size, 1024);
     std::remove(path.c_str());

@@ -61,10 +61,8 @@ struct PruneE2E : testing::Test {
     }
     // The evaluations of the net in `file` on FENS, fresh each time.
     std::vector<i32> evaluations(const std::string &file) {
-        std::snprintf(settings.nn_file, sizeof settings.nn_file, "%s",
-                      file.c_str());
         testing::internal::CaptureStdout();
-        load_network();
+        load_network(file.c_str());
         testing::internal::GetCapturedStdout();
         std::vector<i32> out;
         for (const char *fen : FENS) {
@@ -74,7 +72,6 @@ struct PruneE2E : testing::Test {
         }
         release_network_state(front_worker);
         free_network();
-        std::snprintf(settings.nn_file, sizeof settings.nn_file, "embedded");
         return out;
     }
 };

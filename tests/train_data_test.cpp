@@ -170,9 +170,8 @@ TEST_F(SelfPlayGames, AGameDependsOnlyOnTheSeedAndItsNumber) {
 // buffers are made; a game played later, or in another process, must not
 // see that draw.
 TEST_F(SelfPlayGames, NetLabelledGamesIgnoreTheNoiseDrawnAtSetUp) {
-    std::snprintf(settings.nn_file, sizeof settings.nn_file, "embedded");
     testing::internal::CaptureStdout();
-    load_network();
+    load_network("embedded");
     testing::internal::GetCapturedStdout();
     ASSERT_TRUE(network_ready());
     settings.use_nn = 1;

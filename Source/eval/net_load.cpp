@@ -10,7 +10,6 @@
 #include <cstring>
 
 #include "core/output.h"
-#include "core/settings.h"
 #include "core/status.h"
 #include "network.h"
 
@@ -262,9 +261,8 @@ static void load_network_file(const char *name) {
     std::rand();
 }
 
-void load_network() {
+void load_network(const char *name) {
     free_network();
-    const char *name = settings.nn_file;
     if (!std::strcmp(name, "new"))
         create_new_network();
     else if (!std::strcmp(name, "embedded"))
@@ -275,10 +273,10 @@ void load_network() {
 
 void request_network_reload() { reload_pending = true; }
 
-void apply_network_reload() {
+void apply_network_reload(const char *name) {
     if (!reload_pending) return;
     reload_pending = false;
-    load_network();
+    load_network(name);
 }
 
 void forget_network_reload() { reload_pending = false; }

@@ -132,8 +132,8 @@ bool put_net_word(FILE *f, u16 v);
 bool put_net_header(FILE *f, const NetShape &s);
 bool put_net_weight(FILE *f, int working);
 
-// Loads the net that settings.nn_file names: "new", "embedded" or a file.
-void load_network();
+// Loads the net that `name` names: "new", "embedded" or a file.
+void load_network(const char *name);
 // The "embedded" case on any block laid out as a net file: what the
 // built-in block goes through, with its "error!" check of each weight.
 void load_network_block(const unsigned char *block, u64 size);
@@ -142,9 +142,10 @@ void free_network();
 // True when a net's weights stand in memory and can be evaluated.
 bool network_ready();
 // Set by NN_File during a search: the net is written only while no search
-// runs, so the reload waits for the search's end.
+// runs, so the reload waits for the search's end, and then loads the file
+// that the option names at that moment.
 void request_network_reload();
-void apply_network_reload();
+void apply_network_reload(const char *name);
 // Drops a reload asked for during a search.
 void forget_network_reload();
 

@@ -122,7 +122,7 @@ static void set_nn_file(const OptionRow &row, const char *value) {
     if (searching())
         request_network_reload();
     else
-        load_network();
+        load_network(settings.nn_file);
 }
 
 static void set_use_nn(const OptionRow &row, const char *value) {

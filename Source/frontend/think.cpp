@@ -195,7 +195,7 @@ void think_cycle() {
         // 3. Wrap up a finished search
         if (load_state() & STATE_FINISHED) finish_thinking();
         // A net named during the search is loaded now that none runs.
-        if (load_state() == 0) apply_network_reload();
+        if (load_state() == 0) apply_network_reload(settings.nn_file);
     }
     end_running_search();
 }

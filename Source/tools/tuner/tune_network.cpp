@@ -126,8 +126,7 @@ static float step_size(float lr, double progress) {
 // False when the engine can't load the file just written.
 static bool check_with_engine(const NetModel &m, const char *file,
                               const SampleSets &sets) {
-    std::snprintf(settings.nn_file, sizeof settings.nn_file, "%s", file);
-    load_network();
+    load_network(file);
     if (!network_ready()) {
         print_line("the engine can't load the net");
         return false;
