@@ -83,6 +83,10 @@ if command -v ethereal-chess >/dev/null 2>&1; then
 fi
 
 echo
+# The built-in net's search against the hand-written one, same binary.
+sh scripts/net_speed.sh "$build/quillon" ${QUILLON_BENCH_REF:-}
+
+echo
 # The repository's tables, or another folder of them (QUILLON_BENCH_TB).
 tables=${QUILLON_BENCH_TB:-tests/data/syzygy}
 echo "tablebases, single thread: random positions of every table in $tables"

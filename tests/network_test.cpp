@@ -650,6 +650,13 @@ TEST_F(NetworkTest, OnePassUpdateMatchesRowByRowOnEveryPath) {
             EXPECT_EQ(active, want_active);
             EXPECT_EQ(sums128, want) << "n " << n;
             EXPECT_EQ(active128, want_active);
+            // Without a place for the activations: the same sums and dot.
+            std::vector<i16> bare(n), bare128(n);
+            EXPECT_EQ(update_rows(u, nullptr, bare.data(), n, row), want_dot);
+            EXPECT_EQ(update_rows_128(u, nullptr, bare128.data(), n, row),
+                      want_dot);
+            EXPECT_EQ(bare, want);
+            EXPECT_EQ(bare128, want);
             // In place, as the accumulator is patched.
             if (u.from) {
                 std::vector<i16> own = from;
@@ -660,6 +667,25 @@ TEST_F(NetworkTest, OnePassUpdateMatchesRowByRowOnEveryPath) {
             }
         }
     }
+}
+
+// A tool asks for the activations of the last evaluation; a net without a
+// second layer never writes them out during the search.
+TEST_F(NetworkTest, ActivationsOfTheLastEvaluation) {
+    ReferenceNet r = load_random(Shape{}, 33, 4000, 300, 3000);
+    int checked = 0, differing = 0;
+    play_out(34, 6, 40, [&](Position &pos) {
+        evaluate_net(checked % 2 ? 6 : 1);
+        std::vector<int> want =
+            reference_layer1(r, reference_features(pos, r.s));
+        for (int &x : want) x = x < 0 ? x / 32 : x;
+        std::vector<i16> got(r.s.layer1);
+        network_activations(front_worker, got.data());
+        if (!std::equal(got.begin(), got.end(), want.begin())) differing++;
+        checked++;
+    });
+    EXPECT_EQ(differing, 0) << "of " << checked;
+    EXPECT_GT(checked, 100);
 }
 
 // Rows and sums start on a cache line, so that a wide load never

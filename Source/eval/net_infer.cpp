@@ -142,7 +142,8 @@ static bool same_wings(const NetBoard &a, const NetBoard &b) {
 }
 
 // The first layer, its activation, and (for a net without a second
-// layer) the output's dot product with `output_row`, which is returned.
+// layer) the output's dot product with `output_row`, which is returned;
+// the activations are kept in the working sums only for the second layer.
 static i32 first_layer(EvalWorker *worker, const Position &pos,
                        const i16 *output_row) {
     NetworkState &s = worker->nn;
@@ -167,8 +168,9 @@ static i32 first_layer(EvalWorker *worker, const Position &pos,
     // All rows in one pass over the lanes, every lane in the order of the
     // lists; step 4 keeps the sums in the side's accumulator as it goes,
     // and the activation follows while the lanes are at hand.
-    i32 dot = update_rows(u, s.working_accumulator, acc.values,
-                          network.layer1_size, output_row);
+    i16 *active = output_row ? nullptr : s.working_accumulator;
+    i32 dot =
+        update_rows(u, active, acc.values, network.layer1_size, output_row);
     acc.board = s.board;
     acc.ply = worker->eval.eval_ply;
     acc.wing_flag = s.wing_flag;
@@ -193,6 +195,17 @@ static void second_layer(NetworkState &s) {
             s.hidden_values[node] = -937;
         }
     }
+}
+
+void network_activations(const EvalWorker *worker, i16 *out) {
+    const NetworkState &s = worker->nn;
+    int width = network.layer1_size;
+    const Accumulator *acc = s.accumulators[worker->position.side & 1];
+    if (acc)
+        std::memcpy(out, acc->values, sizeof(i16) * static_cast<size_t>(width));
+    else
+        std::memset(out, 0, sizeof(i16) * static_cast<size_t>(width));
+    leaky_rectify(out, width);
 }
 
 i32 network_score(i32 dot, int width, u32 noise, bool add_noise,

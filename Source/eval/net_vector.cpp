@@ -51,21 +51,26 @@ void sub_row_128(i16 *acc, const i16 *row, int n) {
     for (; i < n; i++) acc[i] = saturate(acc[i] - row[i]);
 }
 
+// The leaky rectifier on 8 lanes.
+static __m128i leaky8(__m128i x) {
+    __m128i negative = _mm_cmplt_epi16(x, _mm_setzero_si128());
+    x = _mm_add_epi16(x, _mm_and_si128(negative, _mm_set1_epi16(31)));
+    // A non-negative x shifted by 5 would lose bits: keep it as it is.
+    __m128i shifted = _mm_srai_epi16(x, 5);
+    return _mm_or_si128(_mm_and_si128(negative, shifted),
+                        _mm_andnot_si128(negative, x));
+}
+
 void leaky_rectify_128(i16 *acc, int n) {
-    const __m128i bias = _mm_set1_epi16(31);
-    const __m128i zero = _mm_setzero_si128();
     int i = 0;
-    for (; i + 8 <= n; i += 8) {
-        __m128i x = load8(acc + i);
-        __m128i negative = _mm_cmplt_epi16(x, zero);
-        x = _mm_add_epi16(x, _mm_and_si128(negative, bias));
-        // A non-negative x shifted by 5 would lose bits: keep it as it is.
-        __m128i shifted = _mm_srai_epi16(x, 5);
-        x = _mm_or_si128(_mm_and_si128(negative, shifted),
-                         _mm_andnot_si128(negative, x));
-        store8(acc + i, x);
-    }
+    for (; i + 8 <= n; i += 8) store8(acc + i, leaky8(load8(acc + i)));
     for (; i < n; i++) acc[i] = leaky(acc[i]);
+}
+
+static u32 lane_total_128(__m128i v) {
+    alignas(16) u32 lanes[4];
+    _mm_store_si128(reinterpret_cast<__m128i *>(lanes), v);
+    return lanes[0] + lanes[1] + lanes[2] + lanes[3];
 }
 
 i32 dot_product_128(const i16 *a, const i16 *b, int n) {
@@ -73,17 +78,17 @@ i32 dot_product_128(const i16 *a, const i16 *b, int n) {
     int i = 0;
     for (; i + 8 <= n; i += 8)
         sum = _mm_add_epi32(sum, _mm_madd_epi16(load8(a + i), load8(b + i)));
-    alignas(16) u32 lanes[4];
-    _mm_store_si128(reinterpret_cast<__m128i *>(lanes), sum);
-    u32 total = lanes[0] + lanes[1] + lanes[2] + lanes[3];
+    u32 total = lane_total_128(sum);
     for (; i < n; i++) total += product(a[i], b[i]);
     return static_cast<i32>(total);
 }
 
 // Lanes `start` to `n` of an update, eight at a time, then one by one;
-// returns the activations' products with `output_row` summed.
+// returns the activations' products with `output_row` summed.  The
+// activations are stored only where `active` is given.
 static u32 update_rows_from(const RowUpdate &u, i16 *active, i16 *sums,
                             int start, int n, const i16 *output_row) {
+    __m128i dot = _mm_setzero_si128();
     int i = start;
     for (; i + 8 <= n; i += 8) {
         __m128i v = u.from ? load8(u.from + i) : _mm_set1_epi16(u.bias);
@@ -92,22 +97,19 @@ static u32 update_rows_from(const RowUpdate &u, i16 *active, i16 *sums,
         for (int k = 0; k < u.came_count; k++)
             v = _mm_adds_epi16(v, load8(u.came[k] + i));
         store8(sums + i, v);
-        store8(active + i, v);
+        __m128i a = leaky8(v);
+        if (active) store8(active + i, a);
+        if (output_row)
+            dot = _mm_add_epi32(dot, _mm_madd_epi16(a, load8(output_row + i)));
     }
-    // The activation and the dot product over the lanes just written, as
-    // the separate passes do them.
-    leaky_rectify_128(active + start, i - start);
-    u32 total = 0;
-    if (output_row)
-        total = static_cast<u32>(
-            dot_product_128(active + start, output_row + start, i - start));
+    u32 total = output_row ? lane_total_128(dot) : 0;
     for (; i < n; i++) {
         i16 v = u.from ? u.from[i] : u.bias;
         for (int k = 0; k < u.gone_count; k++) v = saturate(v - u.gone[k][i]);
         for (int k = 0; k < u.came_count; k++) v = saturate(v + u.came[k][i]);
         sums[i] = v;
-        active[i] = leaky(v);
-        if (output_row) total += product(active[i], output_row[i]);
+        if (active) active[i] = leaky(v);
+        if (output_row) total += product(leaky(v), output_row[i]);
     }
     return total;
 }
@@ -172,7 +174,7 @@ static void update_block(const RowUpdate &u, i16 *active, i16 *sums, int base,
     for (int r = 0; r < R; r++) {
         _mm512_storeu_si512(sums + base + 32 * r, v[r]);
         __m512i a = leaky32(v[r]);
-        _mm512_storeu_si512(active + base + 32 * r, a);
+        if (active) _mm512_storeu_si512(active + base + 32 * r, a);
         if (output_row)
             dot = _mm512_add_epi32(
                 dot, _mm512_madd_epi16(a, load32(output_row + base + 32 * r)));
@@ -260,7 +262,7 @@ static void update_block(const RowUpdate &u, i16 *active, i16 *sums, int base,
     for (int r = 0; r < R; r++) {
         store16(sums + base + 16 * r, v[r]);
         __m256i a = leaky16(v[r]);
-        store16(active + base + 16 * r, a);
+        if (active) store16(active + base + 16 * r, a);
         if (output_row)
             dot = _mm256_add_epi32(
                 dot, _mm256_madd_epi16(a, load16(output_row + base + 16 * r)));

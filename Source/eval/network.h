@@ -95,6 +95,9 @@ struct FeatureChanges {
 struct NetworkState {
     const NetworkDescriptor *net;
     f32 net_probability;
+    // The activations, written out for a net with a second layer, which
+    // reads them; a net without one multiplies them into its output while
+    // they are in registers (network_activations gives them to a tool).
     i16 *working_accumulator;
     i16 *hidden_values;
     // The board of this evaluation.  Its feature list is written out only
@@ -152,6 +155,9 @@ void forget_network_reload();
 // One forward pass on the worker's position: -1919..1919 for the side to
 // move, 0 when no net is loaded, -10001 when the buffers can't be made.
 i32 network_evaluate(EvalWorker *worker);
+// The activations of the worker's last evaluation into `out`
+// (`layer1_size` lanes): its side's sums through the leaky rectifier.
+void network_activations(const EvalWorker *worker, i16 *out);
 // Frees a Worker's network buffers and clears its state.
 void release_network_state(EvalWorker *worker);
 // Makes the Worker's buffers now and puts `seed` in place of the draw from
@@ -197,10 +203,10 @@ struct RowUpdate {
     const i16 *came[NET_MAX_FEATURES];
 };
 // Writes the sums to `sums` (`from` may be `sums`) and their leaky
-// rectification to `active`, and returns the dot product of the
-// activations with `output_row`, or 0 when it is null: what the separate
-// passes of leaky_rectify and dot_product would give, while every lane is
-// still in a register.
+// rectification to `active` (unless it is null), and returns the dot
+// product of the activations with `output_row`, or 0 when it is null: what
+// the separate passes of leaky_rectify and dot_product would give, while
+// every lane is still in a register.
 i32 update_rows(const RowUpdate &u, i16 *active, i16 *sums, int n,
                 const i16 *output_row);
 // The widest path this build has: "AVX-512BW", "AVX2" or "SSE2".

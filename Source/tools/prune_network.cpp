@@ -54,8 +54,10 @@ static void add_stats(std::vector<float> &totals) {
     int rows = std::max(network.layer2_size, 8);
     int bucket = std::min<int>(w->nn.output_bucket, rows - 1);
     const i16 *row = network.layer2_weights + int64_t{bucket} * n;
+    std::vector<i16> active(static_cast<size_t>(n));
+    network_activations(w, active.data());
     for (int j = 0; j < n; j++) {
-        float a = w->nn.working_accumulator[j];
+        float a = active[j];
         totals[j] += std::fabs(a * row[j]) * 1e-7f;
     }
 }
