@@ -592,6 +592,11 @@ TEST_F(NetworkTest, RowOperationsMatchPlainSaturatingArithmetic) {
     std::vector<i16> low(8, -32768);
     EXPECT_EQ(dot_product(low.data(), low.data(), 8),
               static_cast<i32>(u32{4} * 1073741824u * 2u));
+    // 33 such pairs, most of them in the widest vectors: 33 times 2^31
+    // wraps to -2^31 however the lanes are grouped.
+    std::vector<i16> lows(66, -32768);
+    EXPECT_EQ(dot_product(lows.data(), lows.data(), 66), INT32_MIN);
+    EXPECT_EQ(dot_product_128(lows.data(), lows.data(), 66), INT32_MIN);
 }
 
 TEST_F(NetworkTest, OnePassUpdateMatchesRowByRowOnEveryPath) {
