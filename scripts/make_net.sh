@@ -8,7 +8,8 @@
 #   4. a short match of the new net against the previous one.
 # Every setting is a variable: NET_DATA, NET_POSITIONS, NET_THREADS,
 # NET_NODES, NET_SEED, NET_GEN_EVAL, NET_HIDDEN, NET_TARGET, NET_LAMBDA,
-# NET_SUM_BOUND, NET_QUIET, NET_SAMPLES, NET_OUT, NET_PREVIOUS, NET_ROUNDS.
+# NET_SUM_BOUND, NET_QUIET, NET_SCHEDULE, NET_SAMPLES, NET_OUT, NET_PREVIOUS,
+# NET_ROUNDS.
 # The match needs node and the match runner match.mjs, which is not part
 # of the repository: QUILLON_MATCH_TOOL names it (../shared/tools/match.mjs
 # when unset); without it step 4 is skipped with a message.
@@ -31,6 +32,7 @@ target=${NET_TARGET:-search}    # search (scores and results) or hce
 lambda=${NET_LAMBDA:-1.0}
 sum_bound=${NET_SUM_BOUND:-0}   # first-layer sums held within; 0 none
 quiet=${NET_QUIET:-no}          # yes: pass over positions that win material
+schedule=${NET_SCHEDULE:-step}  # step, or cosine
 samples=${NET_SAMPLES:-216}      # millions of samples trained on, all epochs
 out=${NET_OUT:-nets/new.nnue}
 previous=${NET_PREVIOUS:-nets/quillon.nnue}
@@ -57,7 +59,7 @@ target_switch=""
 [ "$target" = hce ] && target_switch="-target hce" && lambda=1
 "$ttune" -tune "$data" "$samples" -o "$out" -hidden "$hidden" \
     -lambda "$lambda" $target_switch -sum_bound "$sum_bound" -quiet "$quiet" \
-    -mbatch 8192 -threads "$threads" -seed 1 ||
+    -schedule "$schedule" -mbatch 8192 -threads "$threads" -seed 1 ||
     fail "training failed (status $?): no net"
 [ -f "$out" ] || fail "training wrote no net"
 

@@ -19,6 +19,31 @@
 
 namespace {
 
+// The stepped schedule holds each step until its mark; the cosine one
+// falls at every point, from the full step to its floor.
+TEST(NetTrainer, StepSizeFollowsTheChosenSchedule) {
+    const float lr = 0.002f;
+    EXPECT_EQ(step_size(lr, 0.0, false), lr);
+    EXPECT_EQ(step_size(lr, 0.599, false), lr);
+    EXPECT_EQ(step_size(lr, 0.6, false), lr * 0.3f);
+    EXPECT_EQ(step_size(lr, 0.849, false), lr * 0.3f);
+    EXPECT_EQ(step_size(lr, 0.85, false), lr * 0.1f);
+    EXPECT_EQ(step_size(lr, 1.0, false), lr * 0.1f);
+
+    EXPECT_FLOAT_EQ(step_size(lr, 0.0, true), lr);
+    EXPECT_FLOAT_EQ(step_size(lr, 0.5, true),
+                    lr * (COSINE_FLOOR + (1 - COSINE_FLOOR) / 2));
+    EXPECT_FLOAT_EQ(step_size(lr, 1.0, true), lr * COSINE_FLOOR);
+    EXPECT_FLOAT_EQ(step_size(lr, 1.5, true), lr * COSINE_FLOOR);
+    EXPECT_FLOAT_EQ(step_size(lr, -0.5, true), lr);
+    float last = step_size(lr, 0.0, true);
+    for (int i = 1; i <= 100; i++) {
+        float now = step_size(lr, i / 100.0, true);
+        EXPECT_LT(now, last) << i;
+        last = now;
+    }
+}
+
 TEST(NetTrainer, EveryWorkingWeightHasAStoredValueThatLoadsBack) {
     for (int w = -NET_WORKING_LIMIT; w <= NET_WORKING_LIMIT; w++) {
         int s = stored_weight(w);
@@ -493,8 +518,8 @@ TEST_F(TrainerResume, ABrokenOrForeignCheckpointIsPassedOver) {
             << bad.size();
         EXPECT_TRUE(file_text(net) == whole);
     }
-    for (const char *other :
-         {"-lambda 0.5", "-sum_bound 0", "-sum_bound 9000", "-quiet yes"}) {
+    for (const char *other : {"-lambda 0.5", "-sum_bound 0", "-sum_bound 9000",
+                              "-quiet yes", "-schedule cosine"}) {
         ASSERT_EQ(train(records, net, std::string("-epochs 2 ") + other, log),
                   0);
         ASSERT_EQ(train(records, net, "", log), 0);
@@ -503,26 +528,40 @@ TEST_F(TrainerResume, ABrokenOrForeignCheckpointIsPassedOver) {
     }
 }
 
-// A run with shared wing rows goes on from its checkpoint like any other,
-// and a run without them never takes that checkpoint up.
-TEST_F(TrainerResume, SharedWingsResumeAndStayApart) {
-    std::string shared = dir + "/shared.nnue", log = dir + "/shared.log";
-    ASSERT_EQ(train(records, shared, "-wings shared", log), 0);
-    EXPECT_NE(file_text(log).find("wing cases share common rows"),
-              std::string::npos);
-    std::string whole_shared = file_text(shared);
-    ASSERT_EQ(whole_shared.size(), whole.size());
-    EXPECT_FALSE(whole_shared == whole);
+// A run with `switches` (which its log names by `banner`) trains a net
+// other than the plain run's. Stopped after three epochs, its checkpoint
+// is never taken up by a plain run, and the same switches go on from it
+// to the net of the run never stopped.
+void expect_a_run_of_its_own(const std::string &dir, const std::string &records,
+                             const std::string &whole,
+                             const std::string &switches, const char *banner) {
+    std::string own = dir + "/own.nnue", log = dir + "/own.log";
+    ASSERT_EQ(train(records, own, switches, log), 0);
+    EXPECT_NE(file_text(log).find(banner), std::string::npos);
+    std::string whole_own = file_text(own);
+    ASSERT_EQ(whole_own.size(), whole.size());
+    EXPECT_FALSE(whole_own == whole);
 
-    std::string net = dir + "/split_shared.nnue";
-    ASSERT_EQ(train(records, net, "-wings shared -epochs 3", log), 0);
+    std::string net = dir + "/split_own.nnue";
+    ASSERT_EQ(train(records, net, switches + " -epochs 3", log), 0);
     ASSERT_EQ(train(records, net, "", log), 0);
     EXPECT_EQ(file_text(log).find("resumed"), std::string::npos);
     EXPECT_TRUE(file_text(net) == whole);
-    ASSERT_EQ(train(records, net, "-wings shared -epochs 3", log), 0);
-    ASSERT_EQ(train(records, net, "-wings shared", log), 0);
-    EXPECT_NE(file_text(log).find("resumed after epoch 3,"), std::string::npos);
-    EXPECT_TRUE(file_text(net) == whole_shared);
+    ASSERT_EQ(train(records, net, switches + " -epochs 3", log), 0);
+    ASSERT_EQ(train(records, net, switches, log), 0);
+    EXPECT_NE(file_text(log).find("resumed after epoch 3,"), std::string::npos)
+        << file_text(log);
+    EXPECT_TRUE(file_text(net) == whole_own);
+}
+
+TEST_F(TrainerResume, SharedWingsResumeAndStayApart) {
+    expect_a_run_of_its_own(dir, records, whole, "-wings shared",
+                            "wing cases share common rows");
+}
+
+TEST_F(TrainerResume, CosineScheduleResumesAndStaysApart) {
+    expect_a_run_of_its_own(dir, records, whole, "-schedule cosine",
+                            "the step falls along a cosine");
 }
 
 }  // namespace

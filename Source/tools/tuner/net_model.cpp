@@ -27,6 +27,7 @@ TrainerConfig default_trainer() {
     c.shared_wings = false;
     c.sum_bound = 24000;
     c.quiet_only = false;
+    c.cosine = false;
     return c;
 }
 

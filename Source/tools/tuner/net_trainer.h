@@ -46,9 +46,16 @@ struct TrainerConfig {
     int sum_bound;       // -sum_bound: first-layer sums kept within, working
                          // units; 0 none
     bool quiet_only;     // -quiet yes: pass over positions that win material
+    bool cosine;         // -schedule cosine: the step falls along a cosine
 };
 
 TrainerConfig default_trainer();
+
+// Adam's step at `progress` (0 to 1) of a run: by default full, then 30%
+// from 60% of the run and 10% from 85%; with `cosine` it falls smoothly
+// along half a cosine from full to COSINE_FLOOR of it.
+constexpr float COSINE_FLOOR = 0.02f;
+float step_size(float lr, double progress, bool cosine);
 
 // The float model.  w1: one row of `hidden` per input; out: one row per
 // output bucket (7).  With shared wings w1 has NET_SHARED_ROWS more rows:
@@ -155,7 +162,7 @@ struct CheckpointRun {
     i32 shared_wings;
     i32 sum_bound;
     i32 quiet_only;
-    i32 spare;  // zero: keeps the record free of padding
+    i32 cosine;  // 0 for the stepped schedule, as in older checkpoints
 };
 static_assert(sizeof(CheckpointRun) == 64, "no padding: compared bytewise");
 

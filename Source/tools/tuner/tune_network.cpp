@@ -90,6 +90,7 @@ static void read_trainer_switches(int argc, char **argv, TrainerConfig &c) {
         if (!std::strcmp(a, "-quiet")) c.quiet_only = !std::strcmp(v, "yes");
         if (!std::strcmp(a, "-wings"))
             c.shared_wings = !std::strcmp(v, "shared");
+        if (!std::strcmp(a, "-schedule")) c.cosine = !std::strcmp(v, "cosine");
     }
     c.hidden = std::clamp(c.hidden / 8 * 8, 8, 4096);
     c.lambda = std::clamp(c.lambda, 0.0f, 1.0f);
@@ -115,9 +116,13 @@ static void shuffle(std::vector<TrainSample> &v, u64 &state) {
         std::swap(v[i - 1], v[next_random(state) % i]);
 }
 
-// The step size by progress: full, then a third from 60%, a tenth from 85%.
-static float step_size(float lr, double progress) {
-    return progress < 0.6 ? lr : progress < 0.85 ? lr * 0.3f : lr * 0.1f;
+float step_size(float lr, double progress, bool cosine) {
+    if (!cosine)
+        return progress < 0.6 ? lr : progress < 0.85 ? lr * 0.3f : lr * 0.1f;
+    double p = std::clamp(progress, 0.0, 1.0);
+    double fall = 0.5 * (1.0 + std::cos(3.141592653589793 * p));
+    return static_cast<float>(lr *
+                              (COSINE_FLOOR + (1.0 - COSINE_FLOOR) * fall));
 }
 
 // The engine's own evaluation of the written net against the float model
@@ -161,6 +166,7 @@ static CheckpointRun run_of(const TrainerConfig &c, size_t train_size) {
     r.shared_wings = c.shared_wings;
     r.sum_bound = c.sum_bound;
     r.quiet_only = c.quiet_only;
+    r.cosine = c.cosine;
     return r;
 }
 
@@ -191,6 +197,7 @@ bool tune_network(int argc, char **argv) {
         c.lambda, c.lr, c.batch, c.threads);
     if (c.shared_wings) print_line("wing cases share common rows");
     if (c.quiet_only) print_line("positions that win material passed over");
+    if (c.cosine) print_line("the step falls along a cosine");
     if (c.sum_bound > 0) say("first-layer sums held within %.0f", c.sum_bound);
     CheckpointRun run = run_of(c, sets.train.size());
     std::string checkpoint = checkpoint_name(out);
@@ -211,7 +218,8 @@ bool tune_network(int argc, char **argv) {
         for (size_t i = 0; i < sets.train.size() && done < c.visits;) {
             int n =
                 static_cast<int>(std::min<u64>(c.batch, sets.train.size() - i));
-            float lr = step_size(c.lr, static_cast<double>(done) / c.visits);
+            float lr =
+                step_size(c.lr, static_cast<double>(done) / c.visits, c.cosine);
             loss += train_step(m, adam, &sets.train[i], n, lr, c.scale,
                                c.threads, c.sum_bound / NET_SCALE);
             i += n, done += n, seen += n;
