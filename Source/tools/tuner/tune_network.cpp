@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <numbers>
 #include <string>
 
 #include "core/output.h"
@@ -120,7 +121,7 @@ float step_size(float lr, double progress, bool cosine) {
     if (!cosine)
         return progress < 0.6 ? lr : progress < 0.85 ? lr * 0.3f : lr * 0.1f;
     double p = std::clamp(progress, 0.0, 1.0);
-    double fall = 0.5 * (1.0 + std::cos(3.141592653589793 * p));
+    double fall = 0.5 * (1.0 + std::cos(std::numbers::pi * p));
     return static_cast<float>(lr *
                               (COSINE_FLOOR + (1.0 - COSINE_FLOOR) * fall));
 }
