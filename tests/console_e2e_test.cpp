@@ -566,10 +566,10 @@ TEST_F(ConsoleE2EFuzz, RandomLines) {
     };
     for (int i = 0; i < 400; i++) {
         std::string line = pick(words);
-        if (line == "set") line += " " + pick(set_words);
-        if (line == "perft") line += " " + std::to_string(rng() % 3);
+        if (line == "set") line.append(" ").append(pick(set_words));
+        if (line == "perft") line.append(" ").append(std::to_string(rng() % 3));
         int extra = static_cast<int>(rng() % 4);
-        for (int k = 0; k < extra; k++) line += " " + pick(args);
+        for (int k = 0; k < extra; k++) line.append(" ").append(pick(args));
         if (rng() % 8 == 0) {
             std::string junk;
             int n = static_cast<int>(rng() % 200);

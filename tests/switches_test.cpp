@@ -654,7 +654,9 @@ void expect_sane_settings(const SwitchOutcome &out) {
     }
     EXPECT_LE(out.bench_inline, 1);
     EXPECT_LE(out.bench_summary, 1);
-    if (out.bench_summary) EXPECT_EQ(out.mode, MODE_BENCH);
+    if (out.bench_summary) {
+        EXPECT_EQ(out.mode, MODE_BENCH);
+    }
     EXPECT_GE(settings.hash_mb, 0);
     EXPECT_LE(settings.hash_mb, 32768);
     EXPECT_GE(settings.threads, 1);
