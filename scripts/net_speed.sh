@@ -11,8 +11,7 @@ ref=${2:-}
 runs=${RUNS:-3}
 PATH="$PATH:/usr/games"
 
-median() { sort -n | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
-bench_nps() { "$@" 2>/dev/null | awk -F'nps= ' '/^total time=/ {print $2}'; }
+. "$(dirname "$0")/bench_common.sh"
 
 net_runs="" hce_runs="" ref_runs=""
 for i in $(seq "$runs"); do

@@ -44,8 +44,7 @@ for state in "$work"/games/*.state; do
 done
 [ "$found" -eq 1 ] || { tail -5 "$work/log"; echo "no games made"; exit 1; }
 cat "$work"/games/*.state |
-    awk '{g += $2; p += $4} END {print "games", g, "positions", p}'
-[ "$(cat "$work"/games/*.state | awk '{p += $4} END {print p + 0}')" -gt 0 ] ||
+    awk '{g += $2; p += $4} END {print "games", g, "positions", p; exit p == 0}' ||
     { echo "no positions made"; exit 1; }
 
 echo "== 3. packed into $pack.tar.xz.*"

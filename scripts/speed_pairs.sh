@@ -11,14 +11,13 @@ b=${3:?usage: scripts/speed_pairs.sh PAIRS A B [switches]}
 shift 3
 [ -x "$a" ] && [ -x "$b" ] || { echo "no executable $a or $b"; exit 1; }
 
-nps() { "$@" 2>/dev/null | awk -F'nps= ' '/^total time=/ {print $2}'; }
-median() { sort -g | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
+. "$(dirname "$0")/bench_common.sh"
 
 runs=""
 i=0
 while [ "$i" -lt "$pairs" ]; do
-    x=$(nps "$a" -bench "$@")
-    y=$(nps "$b" -bench "$@")
+    x=$(bench_nps "$a" -bench "$@")
+    y=$(bench_nps "$b" -bench "$@")
     [ -n "$x" ] && [ -n "$y" ] || { echo "a run printed no speed"; exit 1; }
     runs="$runs $x:$y"
     i=$((i + 1))

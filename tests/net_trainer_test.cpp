@@ -564,4 +564,17 @@ TEST_F(TrainerResume, CosineScheduleResumesAndStaysApart) {
                             "the step falls along a cosine");
 }
 
+// A misspelt schedule is named in the log and trains the stepped run.
+TEST_F(TrainerResume, UnknownScheduleIsToldAndStepped) {
+    std::string net = dir + "/misspelt.nnue", log = dir + "/misspelt.log";
+    ASSERT_EQ(train(records, net, "-schedule cosin", log), 0);
+    EXPECT_NE(
+        file_text(log).find("unknown schedule cosin: the stepped one is used"),
+        std::string::npos)
+        << file_text(log);
+    EXPECT_TRUE(file_text(net) == whole);
+    ASSERT_EQ(train(records, net, "-schedule step", log), 0);
+    EXPECT_EQ(file_text(log).find("unknown schedule"), std::string::npos);
+}
+
 }  // namespace

@@ -77,6 +77,17 @@ static void read_samples(const char *name, const TrainerConfig &c,
     }
 }
 
+// "cosine" or "step"; a misspelt name is told, so that a run meant to be
+// cosine doesn't pass for one.
+static void read_schedule(const char *name, TrainerConfig &c) {
+    c.cosine = !std::strcmp(name, "cosine");
+    if (c.cosine || !std::strcmp(name, "step")) return;
+    char line[200];
+    std::snprintf(line, sizeof line,
+                  "unknown schedule %.100s: the stepped one is used", name);
+    print_line(line);
+}
+
 // The tuner's own switches, which the engine's reader passes over.
 static void read_trainer_switches(int argc, char **argv, TrainerConfig &c) {
     for (int i = 1; i + 1 < argc; i++) {
@@ -91,7 +102,7 @@ static void read_trainer_switches(int argc, char **argv, TrainerConfig &c) {
         if (!std::strcmp(a, "-quiet")) c.quiet_only = !std::strcmp(v, "yes");
         if (!std::strcmp(a, "-wings"))
             c.shared_wings = !std::strcmp(v, "shared");
-        if (!std::strcmp(a, "-schedule")) c.cosine = !std::strcmp(v, "cosine");
+        if (!std::strcmp(a, "-schedule")) read_schedule(v, c);
     }
     c.hidden = std::clamp(c.hidden / 8 * 8, 8, 4096);
     c.lambda = std::clamp(c.lambda, 0.0f, 1.0f);
