@@ -4,7 +4,8 @@
 # binary, or Debian's ethereal-chess, one thread and 16 MB of hash each,
 # game pairs from tests/data/openings.epd with a fixed seed (NET_MATCH_SEED),
 # adjudicated as the training matches are.  Prints the match's summary
-# lines; the whole log and the games go to NET_MATCH_DIR (/tmp by default).
+# lines; the whole log and the games go to NET_MATCH_DIR (/tmp by default,
+# made when missing).
 # Usage: scripts/net_match.sh NET [ROUNDS [TC [CONCURRENCY [OPPONENT]]]]
 #   ROUNDS game pairs (100), TC as match.mjs takes it (10+0.1) or
 #   nodes=N for N nodes a move, CONCURRENCY games at once (1), OPPONENT
@@ -25,6 +26,7 @@ out=${NET_MATCH_DIR:-/tmp}
 seed=${NET_MATCH_SEED:-11}
 
 [ -f "$net" ] || { echo "no net file $net"; exit 1; }
+mkdir -p "$out" || { echo "can't create the folder $out"; exit 1; }
 [ -x "$engine" ] || { echo "no engine $engine: run make first"; exit 1; }
 
 net_path=$(realpath "$net")

@@ -3,7 +3,8 @@
 # missing match runner, with a message that names what to set.  With node
 # and the match runner (QUILLON_MATCH_TOOL, not part of the repository) it
 # also plays one pair at a fixed node count against another net: both
-# engines play by nodes and the opponent is named after its file.
+# engines play by nodes, the opponent is named after its file, and the
+# folder for the log is made when it is missing.
 # Usage: net_match_test.sh QUILLON SOURCE_DIR
 set -e
 engine=$1
@@ -15,7 +16,7 @@ cp "$root/nets/quillon.nnue" "$work/first.nnue"
 cp "$root/nets/quillon.nnue" "$work/other.nnue"
 
 run_match() {
-    EXE="$engine" QUILLON_MATCH_TOOL="$1" NET_MATCH_DIR="$work" \
+    EXE="$engine" QUILLON_MATCH_TOOL="$1" NET_MATCH_DIR="$work/logs" \
         sh "$root/scripts/net_match.sh" "$work/first.nnue" 1 nodes=200 1 "$2"
 }
 
@@ -38,6 +39,6 @@ fi
 out=$(run_match "$match" "$work/other.nnue")
 echo "$out"
 echo "$out" | grep -q "^Score of first vs other" || { echo "no score line"; exit 1; }
-grep -q "^Match: first (nodes 200), other (nodes 200)" "$work/net-first-other.log" ||
+grep -q "^Match: first (nodes 200), other (nodes 200)" "$work/logs/net-first-other.log" ||
     { echo "not played at 200 nodes"; exit 1; }
 echo "net_match ok"
