@@ -3,7 +3,7 @@
 # parts give the result of all their games (the figures of the 400-game
 # third-generation match: +112.3 +/- 29.5, from +83.6), faults summed;
 # a log without a final result, one of another pairing and no log at all
-# are refused.
+# are refused; a part stopped early counts and is named.
 # Usage: match_sum_test.sh SOURCE_DIR
 set -e
 root=$1
@@ -48,6 +48,13 @@ if out=$(sum "$logs/part1.log" "$work/empty.log" 2>&1); then
     fail "an empty log was accepted: $out"
 fi
 echo "$out" | grep -qF "empty.log: an empty match log" || fail "no word of it: $out"
+# A match stopped early still counts, and the summary says so.
+{ cat "$logs/part1.log"; echo "Stopped early: 180 of 200 games played."; } >"$work/stopped.log"
+out=$(sum "$work/stopped.log" "$logs/part2.log")
+echo "$out" | grep -qF "stopped.log: Stopped early: 180 of 200 games played." ||
+    fail "no word of the early stop: $out"
+echo "$out" | grep -qF "new vs old: 2 logs, 400 games" || fail "the stopped part not counted: $out"
+
 # Damaged logs: a final result without its pairs, one with a word for a
 # count, and noise.  Each is refused, none hangs.
 sed '/^  Pairs /d' "$logs/part1.log" >"$work/no_pairs.log"
